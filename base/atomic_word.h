@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Words that one side writes under a lock, or with none, and another reads without that lock. Each such access goes
+// through these two, so that a reader sees an old or a new value and never a torn one, and so that the places can be
+// found by name. No order between different words is promised.
+#pragma once
+
+#include "captive_portal/interface_index.h"
+
+namespace captive_portal
+{
+
+template <typename T> [[nodiscard]] inline T load_word(const T &word)
+{
+	static_assert(sizeof(T) <= sizeof(uint64_t));
+	T value;
+	__atomic_load(&word, &value, __ATOMIC_RELAXED);
+	return value;
+}
+
+template <typename T> inline void store_word(T &word, T value)
+{
+	static_assert(sizeof(T) <= sizeof(uint64_t));
+	__atomic_store(&word, &value, __ATOMIC_RELAXED);
+}
+
+// An interface name that is read without a lock: two words, each whole, so a reader that meets a writer may see half of
+// either name, but never a byte that neither had. Scans of it stop at the field's end.
+struct alignas(uint64_t) AtomicName {
+	uint64_t words[CP_INTERFACE_NAME_SIZE / sizeof(uint64_t)];
+
+	void load(char (&name)[CP_INTERFACE_NAME_SIZE]) const
+	{
+		for (unsigned i = 0; i < CP_INTERFACE_NAME_SIZE / sizeof(uint64_t); ++i) {
+			const uint64_t word = load_word(words[i]);
+			__builtin_memcpy(name + i * sizeof(word), &word, sizeof(word));
+		}
+	}
+
+	void store(const char (&name)[CP_INTERFACE_NAME_SIZE])
+	{
+		for (unsigned i = 0; i < CP_INTERFACE_NAME_SIZE / sizeof(uint64_t); ++i) {
+			uint64_t word;
+			__builtin_memcpy(&word, name + i * sizeof(word), sizeof(word));
+			store_word(words[i], word);
+		}
+	}
+};
+
+static_assert(sizeof(AtomicName) == CP_INTERFACE_NAME_SIZE);
+
+} // namespace captive_portal

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// A station's MAC address, six bytes in transmission order.
+#pragma once
+
+#include "captive_portal/gatekeeper.h"
+
+namespace captive_portal
+{
+
+struct MacAddress {
+	uint8_t bytes[CP_MAC_SIZE];
+
+	[[nodiscard]] static MacAddress from(const uint8_t *bytes)
+	{
+		MacAddress mac;
+		__builtin_memcpy(mac.bytes, bytes, sizeof(mac.bytes));
+		return mac;
+	}
+
+	// Broadcast addresses are group addresses too.
+	[[nodiscard]] constexpr bool is_group() const { return bytes[0] & 1; }
+	[[nodiscard]] constexpr bool is_zero() const { return *this == MacAddress{}; }
+
+	friend constexpr bool operator==(const MacAddress &a, const MacAddress &b)
+	{
+		for (unsigned i = 0; i < CP_MAC_SIZE; ++i) {
+			if (a.bytes[i] != b.bytes[i]) {
+				return false;
+			}
+		}
+		return true;
+	}
+};
+
+} // namespace captive_portal
+
+// The arguments of "%02X:%02X:%02X:%02X:%02X:%02X".
+#define CP_MAC_ARGUMENTS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]

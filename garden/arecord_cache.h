@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The cache of IPv4 addresses that DNS answers gave for names, with the interfaces whose walled garden permits them.
+#pragma once
+
+#include "base/byte_order.h"
+#include "base/text.h"
+#include "captive_portal/interface_index.h"
+
+namespace captive_portal
+{
+
+enum : uint32_t {
+	ARECORD_BUCKETS = 1024,
+	ARECORD_LIMIT = 16384,
+};
+
+// Bucket of an address: the low ten bits of the word that holds it in network order.
+[[nodiscard]] constexpr uint32_t arecord_bucket(Ipv4Address address)
+{
+	return address.raw & (ARECORD_BUCKETS - 1);
+}
+
+// Addresses in the cache, guarded by dns_list_lock.
+extern int32_t total_ip_count;
+
+// Start and stop of the DNS side. The first is called last at start, while the hooks run; the second last at stop,
+// when no hook runs any more, and frees every entry. Both take dns_list_lock.
+void dns_parse_init();
+void dns_parse_exit();
+
+// Stores that `fqdn` resolved to `ip` for `ttl` seconds. `is_match_wg` has bit i set when row i's walled garden permits
+// the name. An address that is there gains the name and, at most, a later deadline; a new name with a mask that is not
+// 0 replaces the entry's mask. A full cache refuses new addresses (logged at debug level 1). The caller keeps `fqdn`.
+// Takes dns_list_lock.
+void add_dns_arecord(uint32_t slot, uint32_t is_match_wg, Text fqdn, Ipv4Address ip, uint32_t ttl);
+
+// True when the cache holds `ip` with bit `iface` (modulo 32) set, however old the entry is. Takes dns_list_lock.
+[[nodiscard]] bool match_dns_aRecord_garden_list(Ipv4Address ip, uint32_t iface);
+
+// Sets or clears bit `iface` of every entry by asking the rules about each of its names. Takes dns_list_lock, and
+// walledgarden_lock inside it.
+void update_dns_aRecord_list(uint32_t iface);
+
+} // namespace captive_portal

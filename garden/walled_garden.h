@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The walled garden: rules per interface, default rules for every interface, and the question whether an address or a
+// name is in them.
+#pragma once
+
+#include "base/byte_order.h"
+#include "base/text.h"
+#include "captive_portal/walled_garden.h"
+#include "platform/platform.h"
+
+namespace captive_portal
+{
+
+struct wg_rule_node;
+
+// One row of walled_garden_table, guarded by walledgarden_lock; `enable_value` is also read without it, as a word.
+struct wg_row {
+	char iface[CP_INTERFACE_NAME_SIZE]; // empty for rows 24..27
+	uint32_t mark;                      // 0 for rows 24..27
+	uint32_t enable_value;
+	wg_rule_node *rule_list; // in the order received
+};
+
+// Exact name of up to 128 bytes; without a NUL it ends at its end. An empty slot is unused.
+struct wg_default_rule {
+	char domain_name[WG_DOMAIN_NAME_SIZE];
+};
+
+extern wg_row walled_garden_table[CP_ROWS];
+extern wg_default_rule default_rule[WG_DEFAULT_RULES];
+
+// Start: names and marks of the rows, everything off and empty. The hooks run already; takes walledgarden_lock.
+void init_walled_garden_table();
+
+// Command 3. `record` is the kernel's copy of the caller's wg_cmd, `length` its size in bytes; the function works on a
+// copy of its own. 0, -1 for an unknown sub-command or a row outside 0..27, -12 when the copy cannot be allocated,
+// -22 for more rules than a record holds. Takes walledgarden_lock, then, for the cache refresh, dns_list_lock.
+[[nodiscard]] int32_t if_device_write_wg(const wg_cmd *record, uint32_t length);
+
+// Command 4: fills the record in place; 0 always. Takes walledgarden_lock.
+int32_t get_walled_garden_list(wg_cmd *record);
+
+// `enable_value` of the wireless interface whose packets carry `mark`, 0 when there is none; row 27's for
+// MARK_MIREL_BLACK, without the lock. Takes walledgarden_lock.
+[[nodiscard]] uint32_t is_walled_garden_enable(uint32_t mark);
+
+enum class GardenQuery : uint32_t {
+	address = 0,
+	domain = 1,
+};
+
+// True when the address (address queries) or the name (domain queries) is in the walled garden of row `iface`, 0..27.
+// A query without what its type needs (address 0.0.0.0, `domain` null) is logged at debug level 1 and false.
+// Takes walledgarden_lock; dns_list_lock may be held.
+[[nodiscard]] bool match_garden_list(GardenQuery type, Ipv4Address address, const Text *domain, uint32_t iface);
+
+} // namespace captive_portal

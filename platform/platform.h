@@ -1,0 +1,211 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/*
+ * The seam: all that the module asks of a kernel, and all that a kernel calls in the module.
+ *
+ * Two platforms stand below it: platform/linux meets real kernel headers, platform/host is ordinary user-space code
+ * for tests, fuzzers and benchmarks. Everything above it is the same C++ on both. Plain C, fixed-width types; IPv4
+ * addresses are in network byte order, MAC addresses are six bytes in transmission order, names are NUL-terminated.
+ */
+#ifndef PLATFORM_PLATFORM_H
+#define PLATFORM_PLATFORM_H
+
+#include "captive_portal/fixed_width.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Downwards: what the module asks ---------------------------------------------------------------------------- */
+
+/* Levels of the kernel log. The default level is what a line without a level of its own gets. */
+enum cp_log_level {
+	CP_LOG_DEFAULT = -1,
+	CP_LOG_ERR = 3,
+	CP_LOG_DEBUG = 7,
+};
+
+/*
+ * Writes one line to the kernel log. The format is the kernel's: "%pI4" takes a pointer to four address bytes. Any
+ * context, any lock held.
+ */
+void cp_log(enum cp_log_level level, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/*
+ * The module's spin locks. All are taken with bottom halves disabled. The order of nesting is that of the ranks in
+ * base/lock.h; the host platform asserts it.
+ */
+enum cp_lock_id {
+	CP_LOCK_GATEKEEPER,
+	CP_LOCK_CP,
+	CP_LOCK_GATEWAY,
+	CP_LOCK_CHANGE_IP_PORT,
+	CP_LOCK_DNS_LIST,
+	CP_LOCK_WALLEDGARDEN,
+	CP_LOCKS,
+};
+
+/* Called through base/lock.h's guard only. Not recursive. */
+void cp_spin_lock_bh(enum cp_lock_id lock);
+void cp_spin_unlock_bh(enum cp_lock_id lock);
+
+/* `size` zeroed bytes that any context may ask for, or null. Freed with cp_free(). Never sleeps. */
+void *cp_zalloc_atomic(size_t size);
+/* Frees what cp_zalloc_atomic() or cp_memdup_user() gave; null is ignored. Never sleeps. */
+void cp_free(void *memory);
+
+/* An address in the calling process, not yet checked. */
+typedef uintptr_t cp_user_address;
+
+/* A copy of `size` bytes at `from`, or null: no memory, or a byte that cannot be read. May sleep. */
+void *cp_memdup_user(cp_user_address from, size_t size);
+/* Copies in; the result is the number of bytes not copied. What was not copied is zeroed in `to`. May sleep. */
+size_t cp_copy_from_user(void *to, cp_user_address from, size_t size);
+/* Copies out; the result is the number of bytes not copied: `size` when the range is not the caller's. May sleep. */
+size_t cp_copy_to_user(cp_user_address to, const void *from, size_t size);
+
+/* Wall-clock time, seconds since 1970. Any context. */
+int64_t cp_wall_clock_seconds(void);
+
+enum cp_ipv4_result {
+	CP_IPV4_FOUND,
+	CP_IPV4_NO_DEVICE,
+	/* The device has no IPv4 configuration at all. */
+	CP_IPV4_NO_CONFIGURATION,
+	/* It has one, but no address in it. */
+	CP_IPV4_NO_ADDRESS,
+};
+
+/*
+ * First IPv4 address (its local address) of the device `name` of the initial network namespace. `address` is written
+ * only for CP_IPV4_FOUND. Any context; keeps no reference.
+ */
+enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address);
+
+/* Hardware address of the device `name` of the initial network namespace: 1 and `mac` written, or 0: no such device. */
+int cp_hardware_address_of_device(const char *name, uint8_t mac[6]);
+
+enum cp_bridge_result {
+	CP_BRIDGE_FOUND,
+	CP_BRIDGE_NO_DEVICE,
+	/* The device is a bridge port whose bridge cannot be reached. */
+	CP_BRIDGE_UNREACHABLE,
+	CP_BRIDGE_NOT_A_PORT,
+};
+
+/*
+ * Name of the bridge that the device `port` of the initial network namespace belongs to, cut to `size` bytes with its
+ * NUL. `bridge` is written only for CP_BRIDGE_FOUND. Any context; keeps no reference.
+ */
+enum cp_bridge_result cp_bridge_of_port(const char *port, char *bridge, size_t size);
+
+/*
+ * Bytes after the Ethernet header that a platform makes readable before it calls a hook (fewer when the packet has
+ * fewer): the longest IPv4 header and a TCP header.
+ */
+enum { CP_PACKET_HEADER_BYTES = 60 + 20 };
+
+/*
+ * A packet as a hook sees it. The pointers are good until the next call that takes the packet and may move its data
+ * (cp_packet_make_writable), which sets them anew; base/packet.h is the only reader.
+ */
+struct cp_packet {
+	const uint8_t *ethernet; /* Ethernet header */
+	uint32_t ethernet_bytes; /* bytes readable there: 14, fewer only in a cut frame */
+	const uint8_t *network;  /* what follows the Ethernet header in the packet's buffer */
+	uint32_t network_bytes;  /* bytes readable there, all inside the packet */
+	uint32_t mark;           /* read and written by the hooks; the platform stores it back */
+	const char *in_name;     /* ingress device, null where the hook has none */
+	const char *out_name;    /* egress device, null where the hook has none */
+	void *buffer;            /* the platform's own */
+};
+
+/*
+ * Makes the Ethernet header and the first `bytes` bytes after it writable and private to this packet: no clone of it,
+ * no capture sees a later write. 0, or a negative error and the packet is as it was. Sets the packet's pointers anew
+ * in both cases. Softirq context.
+ */
+int cp_packet_make_writable(struct cp_packet *packet, uint32_t bytes);
+
+/* Where a changed 32-bit value lies, as a transport checksum sees it. */
+enum cp_checksum_part {
+	CP_CHECKSUM_PAYLOAD,
+	CP_CHECKSUM_PSEUDO_HEADER,
+};
+
+/*
+ * Fixes the 16-bit transport checksum at `offset` bytes after the Ethernet header for one value that changed from
+ * `from` to `to` (both as they lie in the packet), whether the checksum is finished, to be completed later, or was
+ * verified by hardware. The packet must have been made writable beyond the checksum.
+ */
+void cp_packet_replace_checksum(struct cp_packet *packet, uint32_t offset, uint32_t from, uint32_t to,
+				enum cp_checksum_part part);
+
+/* The packet is for this machine from here on, whatever its destination was. */
+void cp_packet_set_host(struct cp_packet *packet);
+
+/* A hook's answer. */
+enum cp_verdict {
+	CP_DROP = 0,
+	CP_ACCEPT = 1,
+};
+
+struct cp_hook {
+	enum cp_verdict (*function)(struct cp_packet *packet);
+	uint8_t protocol_family;
+	uint32_t hook_number;
+	int32_t priority;
+};
+
+/*
+ * Registers `count` hooks as one block in the initial network namespace: 0, or a negative error and none is
+ * registered. The records must stay until they are unregistered. Process context.
+ */
+int cp_register_hooks(const struct cp_hook *hooks, uint32_t count);
+
+/*
+ * Unregisters the block and returns when no hook runs any more. Does nothing when the registration failed or was
+ * never tried. Process context.
+ */
+void cp_unregister_hooks(const struct cp_hook *hooks, uint32_t count);
+
+struct cp_misc_device {
+	int32_t minor;
+	const char *name;
+};
+
+/* Minor number that asks the kernel to choose one. */
+enum { CP_MISC_DYNAMIC_MINOR = 255 };
+
+/* Registers the control device: 0 or a negative error. From here on the device can be opened. Process context. */
+int cp_misc_register(const struct cp_misc_device *device);
+/* Takes the control device away. Does nothing when it was never registered. Process context. */
+void cp_misc_deregister(const struct cp_misc_device *device);
+
+/*
+ * Holds the module in memory while the control device is open, and lets it go. A platform whose file layer already
+ * does so for an open file may do nothing.
+ */
+void cp_module_get(void);
+void cp_module_put(void);
+
+/* ---- Upwards: what a kernel calls ------------------------------------------------------------------------------- */
+
+/*
+ * Start: 0, or the negative error of the control device's registration. In that case the hooks are still registered,
+ * and a kernel that frees the module's text because of the error must take them off itself.
+ */
+int captive_portal_init(void);
+/* Stop. Called once after a successful start. */
+void captive_portal_exit(void);
+
+/* The control device's file operations. 0 or a negative error; dispatcher's result. Process context. */
+int captive_portal_open(void);
+int captive_portal_release(void);
+long captive_portal_ioctl(int32_t command, unsigned long argument);
+long captive_portal_compat_ioctl(uint32_t command, unsigned long argument);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The captive-portal table: what each wireless interface's portal is set to, the connections that were redirected, and
+// the addresses of the whole access point.
+#pragma once
+
+#include "base/atomic_word.h"
+#include "base/byte_order.h"
+#include "base/mac_address.h"
+#include "captive_portal/marks.h"
+#include "captive_portal/portal.h"
+#include "captive_portal/ports.h"
+
+namespace captive_portal
+{
+
+struct table_list_entry;
+
+// One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https` and `logout_ip` hold cp_lock;
+// the first three are also read without it, as words. `table_list` belongs to change_ip_port_lock. Mark and ports are
+// written once, at start, and read without a lock.
+struct cp_row {
+	uint32_t mark;
+	uint16_t http_port;  // host order
+	uint16_t https_port; // host order
+	uint32_t cp_mode;
+	uint32_t cp_walled_garden; // stored for the daemon; nothing reads it
+	uint32_t block_https;
+	char logout_ip[CP_DOTTED_QUAD_SIZE];
+	table_list_entry *table_list;
+};
+
+// Rows 0..23 are the wireless interfaces, 24..27 the special rows of interface_index.h.
+extern cp_row captive_portal_table[CP_ROWS];
+
+// Guarded by gateway_lock.
+extern Ipv4Address ap_gateway;
+// Learned on the packet path, written and read without a lock, as one word each.
+extern Ipv4Address ap_addr;
+// Written under cp_lock, read without it by the gatekeeper hook.
+extern uint32_t dns_filter_activate;
+// Set at start and never changed.
+extern Ipv4Address socialogin_addr;
+extern Ipv4Address dns_filter_addr;
+
+// The access point's own MAC address: 6 bytes in one word, so that a reader never meets half of it.
+void store_ap_mac(const MacAddress &mac);
+[[nodiscard]] MacAddress load_ap_mac();
+
+// Start: the rows' defaults. The hooks run already; takes cp_lock and change_ip_port_lock.
+void init_captive_portal_table();
+// Start: clears `ap_mac`, `ap_gateway` and `ap_addr`. Takes gateway_lock.
+void clear_access_point_addresses();
+// Start: the social-login and DNS-filter addresses, and the DNS filter off.
+void init_fixed_addresses();
+
+} // namespace captive_portal

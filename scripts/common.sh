@@ -1,0 +1,67 @@
+# Sourced by every script of the project that runs on the host.
+# Offers: project_root, cache_dir, say, warn, die, need_packages, with_cache_lock,
+# copy_tree.  Sets strict mode.
+
+set -euo pipefail
+
+project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cache_dir=${CAPTIVE_PORTAL_CACHE:-/var/cache/captive_portal}
+
+# A user's own Python, compiler wrappers and locale must not change a verdict.
+export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+export LC_ALL=C.UTF-8
+
+say() { printf '== %s\n' "$*" >&2; }
+warn() { printf 'warning: %s\n' "$*" >&2; }
+die() {
+	printf 'error: %s\n' "$*" >&2
+	exit 1
+}
+
+# need_packages PACKAGE...  installs what is missing and says so.  Only the
+# first call that finds something missing refreshes the package lists.
+need_packages() {
+	local package missing=()
+	for package; do
+		[[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
+			missing+=("$package")
+	done
+	((${#missing[@]})) || return 0
+	[[ $EUID == 0 ]] || die "these packages are missing and installing them takes root: ${missing[*]}"
+	say "installing packages: ${missing[*]}"
+	refresh_package_lists
+	DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 -qq -y \
+		install --no-install-recommends "${missing[@]}" >&2 ||
+		die "apt-get could not install: ${missing[*]}"
+}
+
+# Package lists are refreshed once in an hour: a stale list names files that
+# the mirror has already thrown away.
+refresh_package_lists() {
+	local stamp=$cache_dir/package-lists-refreshed
+	mkdir -p "$cache_dir"
+	[[ -z $(find "$stamp" -mmin -60 2>/dev/null) || -z $(ls /var/lib/apt/lists/*_Packages* 2>/dev/null) ]] ||
+		return 0
+	DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 -qq update >&2
+	touch "$stamp"
+}
+
+# with_cache_lock NAME COMMAND...  two runs at once must not write the same
+# directory of the cache.
+with_cache_lock() {
+	local name=$1 handle
+	shift
+	mkdir -p "$cache_dir/locks"
+	exec {handle}>"$cache_dir/locks/$name"
+	flock "$handle"
+	"$@"
+	exec {handle}>&-
+}
+
+# copy_tree DESTINATION  copies what a module build reads, so that objects of
+# two kernels never mix and a second build in the copy compiles only what changed.
+copy_tree() {
+	need_packages rsync
+	mkdir -p "$1"
+	rsync -a --delete --filter=". $project_root/scripts/module-sources.list" "$project_root/" "$1/"
+}

@@ -1,0 +1,21 @@
+# The objects of the module's core: the one list that the kernel build and the host build read.
+captive_portal-core := \
+	base/debug_level.o \
+	base/interface_name.o \
+	base/packet.o \
+	core/control_device.o \
+	core/module.o \
+	gatekeeper/bridge_gatekeeper.o \
+	gatekeeper/client_tables.o \
+	gatekeeper/gatekeeper_commands.o \
+	garden/arecord_cache.o \
+	garden/pattern.o \
+	garden/walled_garden.o \
+	garden/walled_garden_commands.o \
+	portal/connections.o \
+	portal/interface_table.o \
+	portal/lookups.o \
+	portal/portal_commands.o \
+	portal/post_routing_rewrite.o \
+	portal/pre_routing_check.o \
+	portal/redirect.o
