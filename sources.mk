@@ -1,6 +1,7 @@
 # The objects of the module's core: the one list that the kernel build and the host build read.
 captive_portal-core := \
 	base/debug_level.o \
+	base/fixed_addresses.o \
 	base/interface_name.o \
 	base/packet.o \
 	core/control_device.o \
