@@ -3,7 +3,6 @@
 // the addresses of the whole access point.
 #pragma once
 
-#include "base/atomic_word.h"
 #include "base/byte_order.h"
 #include "base/mac_address.h"
 #include "captive_portal/marks.h"
@@ -17,7 +16,7 @@ struct table_list_entry;
 
 // One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https` and `logout_ip` hold cp_lock;
 // the first three are also read without it, as words. `table_list` belongs to change_ip_port_lock. Mark and ports are
-// written once, at start, and read without a lock.
+// written once, at start, when the hooks run already, and read as words without a lock.
 struct cp_row {
 	uint32_t mark;
 	uint16_t http_port;  // host order
@@ -34,23 +33,20 @@ extern cp_row captive_portal_table[CP_ROWS];
 
 // Guarded by gateway_lock.
 extern Ipv4Address ap_gateway;
-// Learned on the packet path, written and read without a lock, as one word each.
+// Learned on the packet path; written and read as one word, without a lock.
 extern Ipv4Address ap_addr;
-// Written under cp_lock, read without it by the gatekeeper hook.
+// Written under cp_lock, read without it by the gatekeeper hook, as a word.
 extern uint32_t dns_filter_activate;
-// Set at start and never changed.
-extern Ipv4Address socialogin_addr;
-extern Ipv4Address dns_filter_addr;
 
-// The access point's own MAC address: 6 bytes in one word, so that a reader never meets half of it.
+// The access point's own MAC address, learned on the packet path. Its six bytes live in one word, so that a reader
+// never meets half of it. No lock.
+extern uint64_t ap_mac;
 void store_ap_mac(const MacAddress &mac);
 [[nodiscard]] MacAddress load_ap_mac();
 
-// Start: the rows' defaults. The hooks run already; takes cp_lock and change_ip_port_lock.
+// Start: the rows' defaults. Takes cp_lock, and change_ip_port_lock after it.
 void init_captive_portal_table();
 // Start: clears `ap_mac`, `ap_gateway` and `ap_addr`. Takes gateway_lock.
 void clear_access_point_addresses();
-// Start: the social-login and DNS-filter addresses, and the DNS filter off.
-void init_fixed_addresses();
 
 } // namespace captive_portal

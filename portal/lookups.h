@@ -4,10 +4,14 @@
 #pragma once
 
 #include "base/byte_order.h"
+#include "base/field.h"
 #include "captive_portal/interface_index.h"
 
 namespace captive_portal
 {
+
+// Row 0..23 that carries `mark`. No lock.
+[[nodiscard]] Field<uint32_t> find_row_by_mark(uint32_t mark);
 
 // Portal mode of the row that carries `mark`, 0 for an unknown mark. MARK_MIREL_BLACK gives row 27's without a lock;
 // otherwise takes cp_lock for the read.
@@ -32,11 +36,11 @@ namespace captive_portal
 // True when `address` is the first IPv4 address of "br0"; false when there is no such device or address. No lock.
 [[nodiscard]] bool is_dst_ap(Ipv4Address address);
 
-// The device that carries the access point's own address, and the bridge of a port that has none.
+// The device that carries the access point's own address; also the bridge of a port that has none.
 inline constexpr char default_bridge[] = "br0";
 
 // Name of the bridge of the device `ifname`: "br0" when it is no bridge port or its bridge cannot be reached. A device
-// that is not there leaves `out` as it is. Each of the three is logged at debug level 3.
+// that is not there leaves `out` as it is. Each of the three is logged at debug level 3. No lock.
 void get_bridge_name_by_iface(const char *ifname, char (&out)[CP_INTERFACE_NAME_SIZE]);
 
 } // namespace captive_portal

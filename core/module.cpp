@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Start and stop. The hooks and the device live before the tables are filled: until then a hook sees zero rows.
+#include "core/module.h"
+
+#include "base/atomic_word.h"
+#include "base/debug_level.h"
+#include "base/fixed_addresses.h"
+#include "base/lock.h"
+#include "core/control_device.h"
+#include "garden/arecord_cache.h"
+#include "garden/walled_garden.h"
+#include "gatekeeper/bridge_gatekeeper.h"
+#include "gatekeeper/client_tables.h"
+#include "portal/interface_table.h"
+#include "portal/portal_hooks.h"
+
+namespace captive_portal
+{
+
+namespace
+{
+
+constexpr uint8_t bridge_family = 7;
+constexpr uint32_t bridge_pre_routing = 0;
+constexpr uint32_t bridge_post_routing = 4;
+
+} // namespace
+
+// The lower priority number runs first: the gatekeeper's mark is there when the portal check looks for it.
+constinit const cp_hook captive_portal_hooks[captive_portal_hook_count] = {
+	{.function = ebt_gate_keeper,
+	 .protocol_family = bridge_family,
+	 .hook_number = bridge_pre_routing,
+	 .priority = -320},
+	{.function = nf_cp_check,
+	 .protocol_family = bridge_family,
+	 .hook_number = bridge_pre_routing,
+	 .priority = -310},
+	{.function = nf_cp_change,
+	 .protocol_family = bridge_family,
+	 .hook_number = bridge_post_routing,
+	 .priority = 80},
+};
+
+} // namespace captive_portal
+
+using namespace captive_portal;
+
+int captive_portal_init(void)
+{
+	cp_log(CP_LOG_DEBUG, "%s\n", "captive_portal_init");
+	cp_log(CP_LOG_DEBUG, "[init captive portal] minor:%d, name:%s\n", captive_portal_misc_dev.minor,
+	       captive_portal_misc_dev.name);
+	store_word(debug_level, static_cast<int32_t>(CP_DEFAULT_DEBUG_LEVEL));
+
+	if (cp_register_hooks(captive_portal_hooks, captive_portal_hook_count) < 0) {
+		cp_log(CP_LOG_DEBUG, "nf_register_hook fail\n");
+	}
+	const int error = cp_misc_register(&captive_portal_misc_dev);
+	if (error != 0) {
+		cp_log(CP_LOG_DEBUG, "[captive portal] cannot register miscdev on minor=%d (err=%d)\n",
+		       captive_portal_misc_dev.minor, error);
+		cp_log(CP_LOG_DEBUG, "[captive portal] captive_portal_misc_dev failed!!\n");
+		// The hooks deliberately stay registered; the platform takes them off when it drops the module.
+		cp_misc_deregister(&captive_portal_misc_dev);
+		return error;
+	}
+
+	init_client_tables();
+	init_captive_portal_table();
+	clear_access_point_addresses();
+	init_walled_garden_table();
+	clear_mirel_lists();
+	init_fixed_addresses();
+	{
+		const LockGuard guard(Lock::cp);
+		store_word(dns_filter_activate, 0U);
+	}
+	dns_parse_init();
+	return 0;
+}
+
+void captive_portal_exit(void)
+{
+	cp_log(CP_LOG_DEBUG, "%s\n", "captive_portal_exit");
+	cp_unregister_hooks(captive_portal_hooks, captive_portal_hook_count);
+	cp_misc_deregister(&captive_portal_misc_dev);
+	dns_parse_exit();
+}

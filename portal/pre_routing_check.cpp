@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// What a frame that enters the bridge may do, by its mark. A field that the next step needs and that lies outside the
+// packet: a packet of an interface whose portal is on is dropped, any other is accepted as it is.
+#include "base/atomic_word.h"
+#include "base/debug_level.h"
+#include "base/fixed_addresses.h"
+#include "base/packet.h"
+#include "base/text.h"
+#include "garden/arecord_cache.h"
+#include "garden/walled_garden.h"
+#include "portal/connections.h"
+#include "portal/interface_table.h"
+#include "portal/lookups.h"
+#include "portal/portal_hooks.h"
+#include "portal/redirect.h"
+
+namespace captive_portal
+{
+
+namespace
+{
+
+// A printed number that names a place in the program; part of the text.
+constexpr int refresh_place = 1308;
+
+constexpr bool is_reputation_mark(uint32_t mark)
+{
+	return mark >= MARK_REPUTATION_FIRST && mark <= MARK_REPUTATION_LAST;
+}
+
+// A redirect port for each of the two web ports, host order.
+struct WebPorts {
+	uint16_t http;
+	uint16_t https;
+
+	// Missing for a port that is no web port.
+	[[nodiscard]] Field<uint16_t> choose(be16 port) const
+	{
+		switch (port.host()) {
+		case CP_PORT_HTTP:
+			return http;
+		case CP_PORT_HTTPS:
+			return https;
+		default:
+			return {};
+		}
+	}
+};
+
+constexpr WebPorts social_login_ports{CP_PORT_SOCIAL_LOGIN_HTTP, CP_PORT_SOCIAL_LOGIN_HTTPS};
+constexpr WebPorts mirel_ports{CP_PORT_MIREL_HTTP, CP_PORT_MIREL_HTTPS};
+constexpr WebPorts mode_7_ports{CP_PORT_MODE_7_HTTP, CP_PORT_MODE_7_HTTPS};
+constexpr WebPorts dns_filter_ports{CP_PORT_DNS_FILTER_HTTP, CP_PORT_DNS_FILTER_HTTPS};
+
+enum class PrintedPorts {
+	// The step says nothing.
+	none,
+	host_order,
+	// Deliberately the fields as they lie in the packet, read as numbers.
+	as_in_packet,
+};
+
+// Records a redirected connection. Of a rewritable packet, so every field is there.
+void upsert_connection(const Packet &packet, uint32_t row, PrintedPorts printed)
+{
+	const Client client{packet.source_address().value(), packet.source_port().value()};
+	const Destination destination{packet.destination_address().value(), packet.destination_port().value()};
+	if (update_connection(row, client, destination)) {
+		return;
+	}
+	if (printed != PrintedPorts::none && debug_level_reaches(3)) {
+		const bool host_order = printed == PrintedPorts::host_order;
+		cp_log(CP_LOG_DEBUG,
+		       "nf_cp_check: add to table_list, if_index=%d  saddr=%pI4 daddr=%pI4  src port=%d dest port=%d\n",
+		       static_cast<int32_t>(row), &client.address, &destination.address,
+		       host_order ? client.port.host() : client.port.raw,
+		       host_order ? destination.port.host() : destination.port.raw);
+	}
+	add_connection(row, client, destination, packet.destination_mac().value());
+}
+
+void log_social_login(Ipv4Address destination, uint16_t port, const Packet &packet)
+{
+	const Field<Ipv4Address> source = packet.source_address();
+	const Field<be16> source_port = packet.source_port();
+	if (!debug_level_reaches(3) || !source.has_value() || !source_port.has_value()) {
+		return;
+	}
+	const Ipv4Address source_address = source.value();
+	cp_log(CP_LOG_DEBUG, "[captive portal]dest ip is 2.2.2.2,daddr=%pI4,dst port=%d,saddr=%pI4,src port=%d\n",
+	       &destination, port, &source_address, source_port.value().host());
+}
+
+// An unadmitted client's segment to the social-login address.
+cp_verdict intercept_social_login(Packet &packet)
+{
+	const Field<TcpFlags> flags = packet.tcp_flags();
+	if (!flags.has_value()) {
+		return CP_DROP;
+	}
+	const be16 port = packet.destination_port().value();
+	const Field<uint16_t> redirect_port = social_login_ports.choose(port);
+	if (!redirect_port.has_value() || !packet.is_rewritable()) {
+		return CP_DROP;
+	}
+	if (flags.value().syn()) {
+		upsert_connection(packet, CP_ROW_SOCIAL_LOGIN, PrintedPorts::host_order);
+	}
+	if (!redirect_to_ap(packet, redirect_port.value())) {
+		return CP_DROP;
+	}
+	log_social_login(packet.destination_address().value(), port.host(), packet);
+	return CP_ACCEPT;
+}
+
+enum class Garden {
+	accepts,
+	drops,
+	has_no_say,
+};
+
+Garden ask_walled_garden(const Packet &packet, Ipv4Address destination, uint32_t index, bool drops_https)
+{
+	if (is_walled_garden_enable(packet.mark()) == 0) {
+		return Garden::has_no_say;
+	}
+	if (match_garden_list(GardenQuery::address, destination, nullptr, index) ||
+	    match_dns_aRecord_garden_list(destination, index)) {
+		if (debug_level_reaches(3)) {
+			cp_log(CP_LOG_DEBUG, "nf_cp_check: match walled garden, if_index=%d daddr=%pI4\n",
+			       static_cast<int32_t>(index), &destination);
+		}
+		return Garden::accepts;
+	}
+	if (!drops_https) {
+		return Garden::has_no_say;
+	}
+	if (debug_level_reaches(3)) {
+		const Ipv4Address source = packet.source_address().value();
+		cp_log(CP_LOG_DEBUG,
+		       "nf_cp_check: not match walled garden and drop https, if_index=%d saddr=%pI4 daddr=%pI4\n",
+		       static_cast<int32_t>(index), &source, &destination);
+	}
+	return Garden::drops;
+}
+
+// The redirect ports of a mark whose portal is on.
+Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, be16 port)
+{
+	if (mark == MARK_MIREL_BLACK) {
+		return mirel_ports.choose(port);
+	}
+	if (mode == CP_MODE_INTERNET_PASSES) {
+		return mode_7_ports.choose(port);
+	}
+	const Field<uint32_t> index = find_row_by_mark(mark);
+	if (!index.has_value()) {
+		return {};
+	}
+	const cp_row &row = captive_portal_table[index.value()];
+	return WebPorts{load_word(row.http_port), load_word(row.https_port)}.choose(port);
+}
+
+// The special marks and the social-login address, for packets of any port.
+cp_verdict judge_special_marks(Packet &packet, uint32_t mode, const char *bridge)
+{
+	const cp_verdict incomplete = mode != CP_MODE_OFF ? CP_DROP : CP_ACCEPT;
+	const uint32_t mark = packet.mark();
+	const Field<Ipv4Address> destination = packet.destination_address();
+	if (!(packet.protocol() == IpProtocol::tcp)) {
+		return CP_ACCEPT;
+	}
+	if (!destination.has_value()) {
+		return incomplete;
+	}
+	const Ipv4Address old_destination = destination.value();
+	const bool social_login = old_destination == socialogin_addr;
+	if (mark != MARK_LOGOUT && mark != MARK_DNS_FILTER && !social_login && !is_reputation_mark(mark)) {
+		return CP_ACCEPT;
+	}
+
+	const Field<TcpFlags> flags = packet.tcp_flags();
+	if (!flags.has_value()) {
+		return incomplete;
+	}
+	const be16 port = packet.destination_port().value();
+	if (flags.value().syn() && is_web_port(port) && packet.is_rewritable()) {
+		upsert_connection(packet, social_login ? CP_ROW_SOCIAL_LOGIN : CP_ROW_SPECIAL_MARK,
+				  PrintedPorts::as_in_packet);
+	}
+
+	const Identity identity = refresh_ap_identity(bridge);
+	if (identity == Identity::unknown) {
+		return CP_ACCEPT;
+	}
+	const bool verbose = debug_level_reaches(3);
+	if (identity == Identity::refreshed && verbose) {
+		cp_log(CP_LOG_DEBUG, "init ap_addr %d %s\n", refresh_place, "nf_cp_check");
+	}
+
+	Field<uint16_t> redirect_port;
+	const bool http = port.host() == CP_PORT_HTTP;
+	if (social_login) {
+		redirect_port = social_login_ports.choose(port);
+		if (redirect_port.has_value()) {
+			// Deliberately the new port as it will lie in the packet.
+			log_social_login(old_destination, be16::from_host(redirect_port.value()).raw, packet);
+		}
+	} else if (mark == MARK_DNS_FILTER) {
+		redirect_port = dns_filter_ports.choose(port);
+		if (redirect_port.has_value() && verbose) {
+			cp_log(CP_LOG_DEBUG, http ? "[captive portal]http port, dest ip is 4.4.4.4\n" :
+						    "[captive portal]https port, dest ip is 4.4.4.4\n");
+		}
+	} else if (is_reputation_mark(mark)) {
+		const auto rule = static_cast<uint16_t>(mark - MARK_REPUTATION_FIRST);
+		redirect_port = WebPorts{static_cast<uint16_t>(CP_PORT_REPUTATION_HTTP_FIRST + rule),
+					 static_cast<uint16_t>(CP_PORT_REPUTATION_HTTPS_FIRST + rule)}
+					.choose(port);
+		if (verbose) {
+			cp_log(CP_LOG_DEBUG, !redirect_port.has_value() ?
+						     "[captive portal] dest ip hit ip raputation rule !!!\n" :
+					     http ? "[captive portal]dest ip hit ip raputation rule !!!\n" :
+						    "[captive portal]dest ip hit https ip raputation rule !!!\n");
+		}
+	} else {
+		redirect_port = static_cast<uint16_t>(CP_PORT_LOGOUT);
+		if (verbose) {
+			cp_log(CP_LOG_DEBUG, "[captive portal]dest ip match logout ip addr\n");
+		}
+	}
+	if (!redirect_port.has_value()) {
+		return CP_DROP;
+	}
+	if (!packet.is_rewritable()) {
+		return incomplete;
+	}
+	return redirect_to_ap(packet, redirect_port.value()) ? CP_ACCEPT : CP_DROP;
+}
+
+// TCP of a client that is not admitted.
+cp_verdict intercept_tcp(Packet &packet, uint32_t mode, const char *bridge)
+{
+	if (mode == CP_MODE_DROP_TCP) {
+		return CP_DROP;
+	}
+	if (refresh_ap_identity(bridge) == Identity::unknown) {
+		return CP_ACCEPT;
+	}
+	const Field<Ipv4Address> destination = packet.destination_address();
+	if (!destination.has_value()) {
+		return CP_DROP;
+	}
+	if (destination == socialogin_addr) {
+		return intercept_social_login(packet);
+	}
+	const Field<be16> destination_port = packet.destination_port();
+	if (!destination_port.has_value()) {
+		return CP_DROP;
+	}
+	const be16 port = destination_port.value();
+	if (is_web_port(port) && destination == load_word(ap_addr)) {
+		return CP_ACCEPT;
+	}
+
+	const uint32_t block = is_block_https_enable(packet.mark());
+	const bool https = port.host() == CP_PORT_HTTPS;
+	if (https && block == CP_HTTPS_PASSES) {
+		if (debug_level_reaches(3)) {
+			cp_log(CP_LOG_DEBUG, "[captive portal]block disable, ACCEPT it\n");
+		}
+		return CP_ACCEPT;
+	}
+
+	const uint32_t index = get_iface_by_mark(packet.mark());
+	switch (ask_walled_garden(packet, destination.value(), index, https && block == CP_HTTPS_BLOCKED)) {
+	case Garden::accepts:
+		return CP_ACCEPT;
+	case Garden::drops:
+		return CP_DROP;
+	case Garden::has_no_say:
+		break;
+	}
+
+	const Field<TcpFlags> flags = packet.tcp_flags();
+	const Field<uint16_t> redirect_port = choose_portal_port(packet.mark(), mode, port);
+	if (!flags.has_value() || !redirect_port.has_value() || !packet.is_rewritable()) {
+		return CP_DROP;
+	}
+	if (flags.value().syn()) {
+		upsert_connection(packet, index, PrintedPorts::none);
+	}
+	if (!redirect_to_ap(packet, redirect_port.value())) {
+		return CP_DROP;
+	}
+	return judge_special_marks(packet, mode, bridge);
+}
+
+// A packet whose mark belongs to a portal that is on.
+cp_verdict intercept(Packet &packet, uint32_t mode, const char *bridge)
+{
+	const Field<EtherType> type = packet.ether_type();
+	if (!type.has_value() || type == EtherType::ipv6) {
+		return CP_DROP;
+	}
+	const Field<IpProtocol> protocol = packet.protocol();
+	if (mode == CP_MODE_INTERNET_PASSES) {
+		const Field<Ipv4Address> destination = packet.destination_address();
+		if (!destination.has_value()) {
+			return CP_DROP;
+		}
+		if (is_dst_internet(destination.value()) || is_dst_gateway(destination.value()) ||
+		    (protocol == IpProtocol::icmp && is_dst_ap(destination.value()))) {
+			return CP_ACCEPT;
+		}
+	}
+	if (!protocol.has_value() || protocol == IpProtocol::icmp) {
+		return CP_DROP;
+	}
+	if (protocol == IpProtocol::udp) {
+		const Field<be16> source = packet.source_port();
+		const Field<be16> destination = packet.destination_port();
+		if (!source.has_value() || !destination.has_value()) {
+			return CP_DROP;
+		}
+		const auto either_is = [&](uint16_t port) {
+			return source == be16::from_host(port) || destination == be16::from_host(port);
+		};
+		return either_is(CP_PORT_DHCP_CLIENT) || either_is(CP_PORT_DNS) ? CP_ACCEPT : CP_DROP;
+	}
+	if (protocol == IpProtocol::tcp) {
+		return intercept_tcp(packet, mode, bridge);
+	}
+	return judge_special_marks(packet, mode, bridge);
+}
+
+} // namespace
+
+cp_verdict nf_cp_check(cp_packet *raw)
+{
+	Packet packet(*raw);
+	char bridge[CP_INTERFACE_NAME_SIZE] = {};
+	if (packet.in_name() != nullptr) {
+		get_bridge_name_by_iface(packet.in_name(), bridge);
+	}
+	const uint32_t mode = is_captive_portal_enable(packet.mark());
+	return mode == CP_MODE_OFF ? judge_special_marks(packet, mode, bridge) : intercept(packet, mode, bridge);
+}
+
+} // namespace captive_portal
