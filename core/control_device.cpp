@@ -143,9 +143,8 @@ long captive_portal_ioctl(int32_t command, unsigned long argument)
 		return exchange_record<gk_list_reply>(argument, gatekeeper_copy_in, gatekeeper_copy_out,
 						      [](gk_list_reply &record) { get_gatekeeper_list(record); });
 	case GATEKEEPER_IOCTL_CHECK:
-		return exchange_record<gk_check_reply>(
-			argument, gatekeeper_copy_in, gatekeeper_copy_out,
-			[](gk_check_reply &record) { check_gatekeeper_list(record); });
+		return exchange_record<gk_check_reply>(argument, gatekeeper_copy_in, gatekeeper_copy_out,
+						       [](gk_check_reply &record) { check_gatekeeper_list(record); });
 	case ENV_SET_DEBUG_LEVEL:
 		return set_debug_level(argument);
 	default:

@@ -30,8 +30,8 @@ int32_t store_in_row(const char *name, int32_t iface, uint32_t cp_row::*member, 
 int32_t store_logout_address(const cp_cmd &command)
 {
 	const Text value = text_of_field(command.value);
-	cp_log(CP_LOG_DEBUG, "[captive portal]if_device_write_cp: LOGOUT_IP_NOTIFY iface=%d value=%.16s\n", command.iface,
-	       command.value);
+	cp_log(CP_LOG_DEBUG, "[captive portal]if_device_write_cp: LOGOUT_IP_NOTIFY iface=%d value=%.16s\n",
+	       command.iface, command.value);
 	if (static_cast<uint32_t>(command.iface) >= CP_ROWS) {
 		return refused;
 	}
