@@ -9,6 +9,7 @@ captive_portal-core := \
 	gatekeeper/bridge_gatekeeper.o \
 	gatekeeper/client_tables.o \
 	gatekeeper/gatekeeper_commands.o \
+	gatekeeper/gatekeeper_replies.o \
 	garden/arecord_cache.o \
 	garden/pattern.o \
 	garden/walled_garden.o \

@@ -34,5 +34,6 @@ struct MacAddress {
 
 } // namespace captive_portal
 
-// The arguments of "%02X:%02X:%02X:%02X:%02X:%02X".
+// How a MAC address is printed, and the arguments for it.
+#define CP_MAC_FORMAT "%02X:%02X:%02X:%02X:%02X:%02X"
 #define CP_MAC_ARGUMENTS(mac) (mac)[0], (mac)[1], (mac)[2], (mac)[3], (mac)[4], (mac)[5]
