@@ -3,6 +3,7 @@
 
 #include "base/atomic_word.h"
 #include "base/lock.h"
+#include "portal/connections.h"
 
 namespace captive_portal
 {
@@ -47,7 +48,10 @@ void init_captive_portal_table()
 	}
 	const LockGuard guard(Lock::change_ip_port);
 	for (cp_row &row : captive_portal_table) {
-		row.table_list = nullptr;
+		// A hook may have recorded a connection since it was registered.
+		while (row.table_list != nullptr) {
+			remove_connection(&row.table_list);
+		}
 	}
 }
 
