@@ -11,7 +11,14 @@
 namespace captive_portal
 {
 
-struct wg_rule_node;
+// One rule of one interface, an allocation of its own, owned by its row.
+struct wg_rule_node {
+	wg_rule_node *next;
+	uint32_t rule_type; // enum wg_rule_type
+	uint32_t ip_addr;   // network order
+	uint32_t netmask;   // network order
+	char domain_name[WG_DOMAIN_NAME_SIZE];
+};
 
 // One row of walled_garden_table, guarded by walledgarden_lock; `enable_value` is also read without it, as a word.
 struct wg_row {
@@ -29,8 +36,13 @@ struct wg_default_rule {
 extern wg_row walled_garden_table[CP_ROWS];
 extern wg_default_rule default_rule[WG_DEFAULT_RULES];
 
-// Start: names and marks of the rows, everything off and empty. The hooks run already; takes walledgarden_lock.
+// Start: names and marks of the wireless rows; those and row 27 off and empty. Takes walledgarden_lock.
 void init_walled_garden_table();
+// Stop: frees every rule. No hook and no command runs any more. Takes walledgarden_lock.
+void free_walled_garden_rules();
+
+// Frees the rules of the row and leaves it empty. Called with walledgarden_lock held.
+void free_rule_list(wg_row &row);
 
 // Command 3. `record` is the kernel's copy of the caller's wg_cmd, `length` its size in bytes; the function works on a
 // copy of its own. 0, -1 for an unknown sub-command or a row outside 0..27, -12 when the copy cannot be allocated,
@@ -50,7 +62,8 @@ enum class GardenQuery : uint32_t {
 };
 
 // True when the address (address queries) or the name (domain queries) is in the walled garden of row `iface`, 0..27.
-// A query without what its type needs (address 0.0.0.0, `domain` null) is logged at debug level 1 and false.
+// A query without what its type needs (address 0.0.0.0, `domain` null) is logged at debug level 1 and false. So is,
+// without a line, a query of any other type.
 // Takes walledgarden_lock; dns_list_lock may be held.
 [[nodiscard]] bool match_garden_list(GardenQuery type, Ipv4Address address, const Text *domain, uint32_t iface);
 
