@@ -1,0 +1,26 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/*
+ * First include of every file of the Linux platform: the kernel's integer types, the seam, and the few calls that one
+ * file of the platform makes in another.
+ */
+#ifndef PLATFORM_LINUX_GLUE_H
+#define PLATFORM_LINUX_GLUE_H
+
+#include <linux/types.h>
+
+#include "platform/linux/compat/supported_kernels.h"
+#include "platform/platform.h"
+
+struct sk_buff;
+struct nf_hook_state;
+
+/*
+ * Makes the packet's headers linear as far as memory and the packet allow, and fills the view. The pull may move the
+ * packet's data: pointers taken before are dead.
+ */
+void open_packet_view(struct cp_packet *packet, struct sk_buff *skb, const struct nf_hook_state *state);
+
+/* Takes off whatever hooks are registered, and returns when none of them runs any more. Process context. */
+void take_hooks_off(void);
+
+#endif

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/* Memory. Every atomic allocation of the module goes through the one function here. */
+#include "platform/linux/glue.h"
+
+#include <linux/slab.h>
+
+void *cp_zalloc_atomic(size_t size)
+{
+	/* A flood of clients may use up the atomic reserves; each failure then must not print a stack trace as well. */
+	return kzalloc(size, GFP_ATOMIC | __GFP_NOWARN);
+}
+
+void cp_free(void *memory)
+{
+	kfree(memory);
+}

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/* Loading and unloading. */
+#include "platform/linux/glue.h"
+
+#include <linux/init.h>
+#include <linux/module.h>
+
+static int __init load_captive_portal(void)
+{
+	int error = captive_portal_init();
+
+	/* The core leaves its hooks registered when it fails, and a failed load frees the text that they would run. */
+	if (error)
+		take_hooks_off();
+	return error;
+}
+
+static void __exit unload_captive_portal(void)
+{
+	captive_portal_exit();
+}
+
+module_init(load_captive_portal);
+module_exit(unload_captive_portal);
+
+MODULE_DESCRIPTION("Captive portal for bridged wireless clients");
+MODULE_LICENSE("GPL");
