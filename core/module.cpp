@@ -86,4 +86,6 @@ void captive_portal_exit(void)
 	cp_unregister_hooks(captive_portal_hooks, captive_portal_hook_count);
 	cp_misc_deregister(&captive_portal_misc_dev);
 	dns_parse_exit();
+	// MAC lists and connections deliberately stay as they are.
+	free_walled_garden_rules();
 }
