@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Memory that the module asked for: every allocation is known, and can be made to fail.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace captive_portal::host
+{
+
+struct Allocation {
+	const void *memory;
+	size_t size;
+	uint64_t number; // 1 is the machine's first
+};
+
+// Any thread may call any of it.
+class KernelMemory
+{
+public:
+	KernelMemory() = default;
+	// Frees what the module has not.
+	~KernelMemory();
+	KernelMemory(const KernelMemory &) = delete;
+	KernelMemory &operator=(const KernelMemory &) = delete;
+
+	// `size` bytes, zeroed, or null: an ordered failure, or more than an atomic allocation can give.
+	[[nodiscard]] void *allocate(size_t size);
+	// Null is ignored; dies for what was not allocated here or was freed before.
+	void free(void *memory);
+
+	// The `n`-th allocation from now on fails, 1 being the next; those before and after it do not. Copies of user
+	// records count.
+	void fail_allocation(uint64_t n);
+	// Every allocation fails until this is called with false.
+	void fail_all_allocations(bool fail);
+
+	// Calls so far, failed ones included.
+	[[nodiscard]] uint64_t attempts() const;
+	// What is allocated and not yet freed, oldest first.
+	[[nodiscard]] std::vector<Allocation> live() const;
+	// What of it no chain of pointers reaches that starts in `roots`: lost for ever.
+	[[nodiscard]] std::vector<Allocation> unreachable_from(std::span<const std::span<const std::byte>> roots) const;
+
+	// The kernel's end of atomic allocations.
+	static constexpr size_t largest_allocation = 4u << 20;
+
+private:
+	mutable std::mutex mutex_;
+	std::map<void *, Allocation> allocations_;
+	uint64_t attempts_ = 0;
+	uint64_t failing_attempt_ = 0;
+	bool fail_all_ = false;
+};
+
+} // namespace captive_portal::host

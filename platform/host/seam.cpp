@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The downward half of the seam, over the machine that lives.
+#include <cstdarg>
+#include <cstring>
+
+#include "platform/host/context.h"
+#include "platform/host/machine.h"
+
+using captive_portal::host::Device;
+using captive_portal::host::Event;
+using captive_portal::host::Machine;
+using captive_portal::host::might_sleep;
+using captive_portal::host::PacketView;
+
+void cp_log(enum cp_log_level level, const char *format, ...)
+{
+	va_list arguments;
+	va_start(arguments, format);
+	Machine::current().log.write(level, captive_portal::host::format_kernel_text(format, arguments));
+	va_end(arguments);
+}
+
+void cp_spin_lock_bh(enum cp_lock_id lock)
+{
+	Machine::current().locks.lock(lock);
+}
+
+void cp_spin_unlock_bh(enum cp_lock_id lock)
+{
+	Machine::current().locks.unlock(lock);
+}
+
+void *cp_zalloc_atomic(size_t size)
+{
+	return Machine::current().memory.allocate(size);
+}
+
+void cp_free(void *memory)
+{
+	Machine::current().memory.free(memory);
+}
+
+void *cp_memdup_user(cp_user_address from, size_t size)
+{
+	might_sleep("cp_memdup_user");
+	Machine &machine = Machine::current();
+	void *const memory = machine.memory.allocate(size);
+	if (memory != nullptr && machine.user.copy_in(memory, from, size) != 0) {
+		machine.memory.free(memory);
+		return nullptr;
+	}
+	return memory;
+}
+
+size_t cp_copy_from_user(void *to, cp_user_address from, size_t size)
+{
+	might_sleep("cp_copy_from_user");
+	return Machine::current().user.copy_in(to, from, size);
+}
+
+size_t cp_copy_to_user(cp_user_address to, const void *from, size_t size)
+{
+	might_sleep("cp_copy_to_user");
+	return Machine::current().user.copy_out(to, from, size);
+}
+
+int64_t cp_wall_clock_seconds(void)
+{
+	return Machine::current().clock.seconds();
+}
+
+enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
+{
+	const std::optional<Device> device = Machine::current().devices.find(name);
+	if (!device.has_value()) {
+		return CP_IPV4_NO_DEVICE;
+	}
+	if (!device->ipv4.has_value()) {
+		return CP_IPV4_NO_CONFIGURATION;
+	}
+	if (device->ipv4->empty()) {
+		return CP_IPV4_NO_ADDRESS;
+	}
+	*address = device->ipv4->front();
+	return CP_IPV4_FOUND;
+}
+
+int cp_hardware_address_of_device(const char *name, uint8_t mac[6])
+{
+	const std::optional<Device> device = Machine::current().devices.find(name);
+	if (!device.has_value()) {
+		return 0;
+	}
+	std::memcpy(mac, device->mac.data(), device->mac.size());
+	return 1;
+}
+
+enum cp_bridge_result cp_bridge_of_port(const char *port, char *bridge, size_t size)
+{
+	const std::optional<Device> device = Machine::current().devices.find(port);
+	if (!device.has_value()) {
+		return CP_BRIDGE_NO_DEVICE;
+	}
+	if (device->bridge_unreachable) {
+		return CP_BRIDGE_UNREACHABLE;
+	}
+	if (!device->bridge.has_value()) {
+		return CP_BRIDGE_NOT_A_PORT;
+	}
+	const size_t length = device->bridge->size() < size ? device->bridge->size() : size - 1;
+	std::memcpy(bridge, device->bridge->data(), length);
+	bridge[length] = '\0';
+	return CP_BRIDGE_FOUND;
+}
+
+int cp_packet_make_writable(struct cp_packet *packet, uint32_t bytes)
+{
+	return PacketView::of(packet).make_writable(bytes);
+}
+
+void cp_packet_replace_checksum(struct cp_packet *packet, uint32_t offset, uint32_t from, uint32_t to,
+				enum cp_checksum_part part)
+{
+	PacketView::of(packet).replace_checksum(offset, from, to, part);
+}
+
+void cp_packet_set_host(struct cp_packet *packet)
+{
+	PacketView::of(packet).set_host();
+}
+
+int cp_register_hooks(const struct cp_hook *hooks, uint32_t count)
+{
+	Machine &machine = Machine::current();
+	const int result = machine.hooks.register_block(hooks, count);
+	machine.happened(result == 0 ? Event::hooks_registered : Event::hooks_refused);
+	return result;
+}
+
+void cp_unregister_hooks(const struct cp_hook *hooks, uint32_t count)
+{
+	Machine &machine = Machine::current();
+	machine.hooks.unregister_block(hooks, count);
+	machine.happened(Event::hooks_unregistered);
+}
+
+int cp_misc_register(const struct cp_misc_device *device)
+{
+	Machine &machine = Machine::current();
+	const int result = machine.misc.register_device(device);
+	machine.happened(result == 0 ? Event::misc_registered : Event::misc_refused);
+	return result;
+}
+
+void cp_misc_deregister(const struct cp_misc_device *device)
+{
+	Machine &machine = Machine::current();
+	machine.misc.deregister_device(device);
+	machine.happened(Event::misc_deregistered);
+}
+
+void cp_module_get(void)
+{
+	Machine::current().get_module();
+}
+
+void cp_module_put(void)
+{
+	Machine::current().put_module();
+}
