@@ -49,13 +49,14 @@ refresh_package_lists() {
 # with_cache_lock NAME COMMAND...  two runs at once must not write the same
 # directory of the cache.
 with_cache_lock() {
-	local name=$1 handle
+	local name=$1 handle status=0
 	shift
 	mkdir -p "$cache_dir/locks"
 	exec {handle}>"$cache_dir/locks/$name"
 	flock "$handle"
-	"$@"
+	"$@" || status=$?
 	exec {handle}>&-
+	return "$status"
 }
 
 # copy_tree DESTINATION  copies what a module build reads, so that objects of
