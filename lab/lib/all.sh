@@ -1,12 +1,12 @@
 # What a lab case sees: sourced before the case, in the guest, by lab/guest/session.
 #
-# Set here: LAB (this tree), CASE (the case's name), CASE_DIR (what the host
-# gets back of it), MODULE (captive_portal.ko).
+# Set: LAB (this tree), CASE (the case's name), CASE_FILE, CASE_DIR (what the
+# host gets back of it), MODULE (captive_portal.ko).
 
 set -Eeuo pipefail
 LAB=/payload/lab
 MODULE=/payload/captive_portal.ko
-: "${CASE:?}" "${CASE_DIR:?}"
+: "${CASE:?}" "${CASE_DIR:?}" "${CASE_FILE:?}"
 
 . "$LAB/lib/assert.sh"
 . "$LAB/lib/topology.sh"

@@ -32,7 +32,7 @@ skip() {
 where_the_case_was() {
 	local frame
 	for ((frame = 0; frame < ${#BASH_SOURCE[@]}; frame++)); do
-		[[ ${BASH_SOURCE[frame]} == */cases/* ]] || continue
+		[[ ${BASH_SOURCE[frame]} == "$CASE_FILE" ]] || continue
 		printf '        at %s line %s\n' "${BASH_SOURCE[frame]##*/}" "${BASH_LINENO[frame - 1]}"
 		return 0
 	done
