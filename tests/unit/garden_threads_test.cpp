@@ -82,6 +82,7 @@ TEST_F(GardenThreadsTest, HooksAskWhileTheTablesAreSetAtStartAndFreedAtStop)
 		add(1, "a.example", 1);
 		(void)match_dns_aRecord_garden_list(address_of(1), 0);
 	});
+	hook.wait_for_a_run();
 	for (int i = 0; i < rounds; ++i) {
 		init_walled_garden_table();
 		init_fixed_addresses();
@@ -116,6 +117,7 @@ TEST_F(GardenThreadsTest, AReaderNeverMeetsHalfAnUpdate)
 			EXPECT_STREQ(record.rules[2].domain_name, "two.c");
 		}
 	});
+	reader.wait_for_a_run();
 	for (int i = 0; i < rounds; ++i) {
 		EXPECT_EQ(two.write(), 0);
 		EXPECT_EQ(one.write(), 0);
@@ -123,6 +125,24 @@ TEST_F(GardenThreadsTest, AReaderNeverMeetsHalfAnUpdate)
 	reader.wait_for_a_run();
 	reader.stop();
 	hook.stop();
+}
+
+// This hook takes no lock at all, so nothing but the word itself orders it against the command.
+TEST_F(GardenThreadsTest, TheMirelSwitchIsReadWholeWithoutALock)
+{
+	init_walled_garden_table();
+	HookThread hook([] {
+		const uint32_t value = is_walled_garden_enable(5302);
+		EXPECT_TRUE(value == 0 || value == 0xffffffff) << value;
+	});
+	hook.wait_for_a_run();
+	for (int i = 0; i < rounds; ++i) {
+		EXPECT_EQ(WgRecord(WALLED_GARDEN, 27, 0xffffffff).write(), 0);
+		EXPECT_EQ(WgRecord(UPDATE_MIREL_RULE, 0, 0).write(), 0);
+		init_walled_garden_table();
+	}
+	hook.stop();
+	EXPECT_EQ(is_walled_garden_enable(5302), 0u);
 }
 
 // The refresh lets the lock go between buckets, so two of them overlap. Whichever reaches an entry last has to see the
