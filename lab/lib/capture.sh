@@ -17,7 +17,7 @@ start_capture() {
 	upstream) prefix=(ip netns exec upstream) ;;
 	*) prefix=(ip netns exec "client-$place") ;;
 	esac
-	"${prefix[@]}" tcpdump -i "$device" --immediate-mode -U -n -s 0 -Z root -w "$CASE_DIR/$name.pcap" \
+	"${prefix[@]}" tcpdump -i "$device" --immediate-mode -U -B 32768 -n -s 0 -Z root -w "$CASE_DIR/$name.pcap" \
 		$filter 2>"$CASE_DIR/$name.tcpdump.log" &
 	capture_processes[$name]=$!
 	wait_until 20 "the capture $name runs" grep -q 'listening on' "$CASE_DIR/$name.tcpdump.log"
