@@ -27,4 +27,4 @@ step "the reply, on the bridge before the hook and on the wire after it"
 expect_captured bridge "src $AP_ADDRESS and tcp src port 10081 and dst 192.168.100.61"
 expect_not_captured bridge "src 203.0.113.10 and tcp"
 expect_captured client "ether src $GATEWAY_MAC and src 203.0.113.10 and tcp src port 80"
-expect_not_captured client "src $AP_ADDRESS and tcp"
+expect_replies_rewritten client
