@@ -222,7 +222,7 @@ TEST(Fragments, WithAnOffsetHaveNoTransportHeader)
 			{"more to come", to(upstream_server, 80).fragment_offset(offset).more_fragments(), mark,
 			 portal(0, 1), CP_DROP},
 			{"into the garden", web, mark, all_of({portal(0, 1), garden(0, 1, {upstream_server.address})}),
-			 CP_DROP},
+			 CP_ACCEPT},
 			{"https", to(upstream_server, 443).fragment_offset(offset), mark,
 			 all_of({portal(0, 1), block_https(0, 0)}), CP_DROP},
 			{"to the access point", to(access_point, 80).fragment_offset(offset), mark, portal(0, 1),
@@ -237,9 +237,9 @@ TEST(Fragments, WithAnOffsetHaveNoTransportHeader)
 			{"internet in mode 7", web, mark, portal(0, 7), CP_ACCEPT},
 			{"portal off", web, mark, {}, CP_ACCEPT},
 			{"logout", to(logout_server, 80).fragment_offset(offset), logout, {}, CP_ACCEPT},
-			{"DNS filter", to(dns_filter, 22).fragment_offset(offset), filter, {}, CP_ACCEPT},
-			{"reputation", to(upstream_server, 22).fragment_offset(offset), reputation, {}, CP_ACCEPT},
-			{"social login, off", to(social_login, 22).fragment_offset(offset), 0, {}, CP_ACCEPT},
+			{"DNS filter", to(dns_filter, 22).fragment_offset(offset), filter, {}, CP_DROP},
+			{"reputation", to(upstream_server, 22).fragment_offset(offset), reputation, {}, CP_DROP},
+			{"social login, off", to(social_login, 22).fragment_offset(offset), 0, {}, CP_DROP},
 		});
 	}
 }
