@@ -211,13 +211,14 @@ TEST_F(ClientTables, StartEmptiesBothMirelLists)
 	EXPECT_EQ(last_bytes(mirel_white_list), std::vector<int>());
 	EXPECT_EQ(last_bytes(mirel_black_list), std::vector<int>());
 
-	mac_entry listed = {.next = nullptr, .mac = mac_a};
-	mirel_white_list.append(&listed);
-	mac_entry listed_too = {.next = nullptr, .mac = mac_a};
-	mirel_black_list.append(&listed_too);
+	const size_t before = machine.live_allocations().size();
+	change_clients(machine, ADD_MIREL_BLACK_LIST_MAC, "", {0x02, 0, 0, 0, 0, 1});
+	change_clients(machine, ADD_MIREL_WHITE_LIST_MAC, "", {0x02, 0, 0, 0, 0, 2});
+	EXPECT_EQ(machine.live_allocations().size(), before + 2);
 	clear_mirel_lists();
-	EXPECT_FALSE(mirel_white_list.contains(mac_a));
-	EXPECT_FALSE(mirel_black_list.contains(mac_a));
+	EXPECT_EQ(last_bytes(mirel_white_list), std::vector<int>());
+	EXPECT_EQ(last_bytes(mirel_black_list), std::vector<int>());
+	EXPECT_EQ(machine.live_allocations().size(), before);
 }
 
 TEST_F(ClientTables, StopLeavesTheNodesUnfreed)

@@ -214,6 +214,10 @@ void expect_untouched(std::vector<Judgement> judgements)
 
 TEST(Fragments, WithAnOffsetHaveNoTransportHeader)
 {
+	constexpr char garden_line[] = "nf_cp_check: match walled garden, if_index=0 daddr=203.0.113.10\n";
+	constexpr char identity_line[] = "init ap_addr 1308 nf_cp_check\n";
+	constexpr char logout_line[] = "[captive portal]dest ip match logout ip addr\n";
+	constexpr char reputation_line[] = "[captive portal] dest ip hit ip raputation rule !!!\n";
 	for (const uint16_t offset : {1, 2, 0x1fff}) {
 		SCOPED_TRACE(offset);
 		const Frame web = to(upstream_server, 80).fragment_offset(offset);
@@ -222,7 +226,7 @@ TEST(Fragments, WithAnOffsetHaveNoTransportHeader)
 			{"more to come", to(upstream_server, 80).fragment_offset(offset).more_fragments(), mark,
 			 portal(0, 1), CP_DROP},
 			{"into the garden", web, mark, all_of({portal(0, 1), garden(0, 1, {upstream_server.address})}),
-			 CP_ACCEPT},
+			 CP_ACCEPT, lines({garden_line})},
 			{"https", to(upstream_server, 443).fragment_offset(offset), mark,
 			 all_of({portal(0, 1), block_https(0, 0)}), CP_DROP},
 			{"to the access point", to(access_point, 80).fragment_offset(offset), mark, portal(0, 1),
@@ -236,10 +240,30 @@ TEST(Fragments, WithAnOffsetHaveNoTransportHeader)
 			 CP_ACCEPT},
 			{"internet in mode 7", web, mark, portal(0, 7), CP_ACCEPT},
 			{"portal off", web, mark, {}, CP_ACCEPT},
-			{"logout", to(logout_server, 80).fragment_offset(offset), logout, {}, CP_ACCEPT},
-			{"DNS filter", to(dns_filter, 22).fragment_offset(offset), filter, {}, CP_DROP},
-			{"reputation", to(upstream_server, 22).fragment_offset(offset), reputation, {}, CP_DROP},
-			{"social login, off", to(social_login, 22).fragment_offset(offset), 0, {}, CP_DROP},
+			{"logout",
+			 to(logout_server, 80).fragment_offset(offset),
+			 logout,
+			 {},
+			 CP_ACCEPT,
+			 lines({identity_line, logout_line})},
+			{"DNS filter",
+			 to(dns_filter, 22).fragment_offset(offset),
+			 filter,
+			 {},
+			 CP_DROP,
+			 lines({identity_line})},
+			{"reputation",
+			 to(upstream_server, 22).fragment_offset(offset),
+			 reputation,
+			 {},
+			 CP_DROP,
+			 lines({identity_line, reputation_line})},
+			{"social login, off",
+			 to(social_login, 22).fragment_offset(offset),
+			 0,
+			 {},
+			 CP_DROP,
+			 lines({identity_line})},
 		});
 	}
 }
