@@ -141,8 +141,8 @@ void PacketView::finish()
 
 int PacketView::copy(uint32_t offset, uint8_t *to, uint32_t bytes) const
 {
-	const Block &network = packet_.data_->network;
-	const Block &rest = packet_.data_->rest;
+	const PacketBuffer::Block &network = packet_.data_->network;
+	const PacketBuffer::Block &rest = packet_.data_->rest;
 	const uint64_t end = uint64_t{offset} + bytes;
 	if (end > seam_.network_length || (packet_.fail_copy && end > network.size())) {
 		return bad_address;
