@@ -307,6 +307,30 @@ TEST_F(DnsParserTest, EmptyNameMatchesAddressRulesAndTheLoneWildcard)
 	expect_stored({{"192.0.2.1", "", 46, start_time + 60}});
 }
 
+// The way out that docs/security.md names.
+TEST_F(DnsParserTest, NoNameMatchesAnAddressRuleWithAPatternOf127CharactersWithoutADot)
+{
+	wg_rule rule = address_rule(ipv4(10, 1, 2, 0), ipv4(255, 255, 255, 0));
+	set_text(rule.domain_name, std::string(127, '-'));
+	WgRecord record(UPDATE_RULE, 1, 1);
+	record.record.rules[record.record.rule_number++] = rule;
+	ASSERT_EQ(record.write(), 0);
+	EXPECT_TRUE(address_matches(ipv4(10, 1, 2, 3), 1));
+	for (const std::vector<size_t> &labels :
+	     {std::vector<size_t>{}, {126}, {127}, {128}, {255}, {63, 63}, {125, 1}, {126, 1}, {63, 63, 1}}) {
+		DnsMessage message;
+		message.header(1);
+		for (const size_t count : labels) {
+			message.label(count, '-');
+		}
+		message.end_of_name().question().end_of_name().a_record(60, 192, 0, 2, 1);
+		EXPECT_EQ(parse(message), 0);
+		ASSERT_EQ(stored_addresses().size(), 1u);
+		EXPECT_EQ(stored_addresses().front().mask, 0u);
+		forget();
+	}
+}
+
 // ---- Records
 
 TEST_F(DnsParserTest, StoresTheAddressesOfACnameChainUnderTheQuestionsName)
