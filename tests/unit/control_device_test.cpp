@@ -123,11 +123,11 @@ TEST_F(ControlDevice, TakesNoLockAndNoMemoryForTheDebugLevel)
 	EXPECT_EQ(machine.memory.attempts(), allocations);
 }
 
-// A record of each command, one that the command accepts, and what it says when it cannot be read.
+// A command with a record that is copied in, and what it says when it cannot be.
 struct RecordCommand {
 	int32_t number;
 	size_t size;
-	const char *copy_in_line; // null: command 6 and 7 have none
+	const char *copy_in_line;
 	bool replies;
 };
 
@@ -265,7 +265,7 @@ TEST_F(ControlDevice, WritesTheReplyUpToThePageThatCannotBeWritten)
 	cp_status record{};
 	record.cmd = 2;
 	record.iface = 1;
-	// The border lies inside `cp_mode`'s neighbour: mark and mode are written, the rest is not.
+	// The border lies behind `cp_mode`: mark and mode are written, what follows is not.
 	UserRecord<cp_status> user(machine, record, 16, UserAccess::read_only);
 	set_portal(machine, CAPTIVE_PORTAL, 1, 9);
 	EXPECT_EQ(machine.ioctl(2, user.address()), 304);

@@ -51,8 +51,8 @@ TEST_F(CpctlClient, AddSendsTheTablesSubCommand)
 		answer_checks({0, 1});
 		EXPECT_EQ(run({"client", "add", row.table, "02:00:5E:10:00:01", "wlan-1-1"}), 0);
 		EXPECT_EQ(device.commands(), (std::vector{10, 8, 10}));
-		EXPECT_EQ(device.calls[0].hex(), joined(row.check, wlan_1_1, client_1, "0000", "ffffffff"));
-		EXPECT_EQ(device.calls[1].hex(), client_record(row.sub_command, wlan_1_1));
+		EXPECT_EQ(device.calls.at(0).hex(), joined(row.check, wlan_1_1, client_1, "0000", "ffffffff"));
+		EXPECT_EQ(device.calls.at(1).hex(), client_record(row.sub_command, wlan_1_1));
 		EXPECT_EQ(out + err, "");
 	}
 }
@@ -74,9 +74,9 @@ TEST_F(CpctlClient, AddReadsTablesWithoutACheck)
 		words.insert(words.end(), row.words.begin(), row.words.end());
 		EXPECT_EQ(run(words), 0);
 		EXPECT_EQ(device.commands(), (std::vector{9, 8, 9}));
-		EXPECT_EQ(device.calls[0].hex(),
+		EXPECT_EQ(device.calls.at(0).hex(),
 			  joined(row.get, zeros(8), row.interface, no_name, "ffffffff", zeros(16544)));
-		EXPECT_EQ(device.calls[1].hex(), client_record(row.sub_command, row.interface));
+		EXPECT_EQ(device.calls.at(1).hex(), client_record(row.sub_command, row.interface));
 	}
 }
 
@@ -94,8 +94,8 @@ TEST_F(CpctlClient, AddToMirelWhiteTakesAListedClientOffTheBlackList)
 	answer_lists({{0x01}});
 	EXPECT_EQ(run({"client", "add", "mirel-white", "02:00:5e:10:00:01"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{9, 9, 8}));
-	EXPECT_EQ(get32(device.calls[1].record, 0), 20U);
-	EXPECT_EQ(device.calls[2].hex(), client_record("17000000", no_name));
+	EXPECT_EQ(get32(device.calls.at(1).record, 0), 20U);
+	EXPECT_EQ(device.calls.at(2).hex(), client_record("17000000", no_name));
 }
 
 TEST_F(CpctlClient, AddSaysWhenTheModuleDropsTheEntry)
@@ -135,15 +135,15 @@ TEST_F(CpctlClient, DelSendsTheTablesSubCommand)
 		answer_checks({1, 0});
 		EXPECT_EQ(run({"client", "del", row.table, "02:00:5e:10:00:01", "wlan-1-1"}), 0);
 		EXPECT_EQ(device.commands(), (std::vector{10, 8, 10}));
-		EXPECT_EQ(device.calls[1].hex(), client_record(row.sub_command, wlan_1_1));
+		EXPECT_EQ(device.calls.at(1).hex(), client_record(row.sub_command, wlan_1_1));
 	}
 	answer_lists({{0x01}, {}});
 	EXPECT_EQ(run({"client", "del", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
-	EXPECT_EQ(device.calls[1].hex(), client_record("03000000", wlan_1_1));
+	EXPECT_EQ(device.calls.at(1).hex(), client_record("03000000", wlan_1_1));
 	EXPECT_EQ(run({"client", "del", "mirel-white", "02:00:5e:10:00:01"}), 0);
-	EXPECT_EQ(device.calls[1].hex(), client_record("19000000", no_name));
+	EXPECT_EQ(device.calls.at(1).hex(), client_record("19000000", no_name));
 	EXPECT_EQ(run({"client", "del", "mirel-black", "02:00:5e:10:00:01"}), 0);
-	EXPECT_EQ(device.calls[1].hex(), client_record("17000000", no_name));
+	EXPECT_EQ(device.calls.at(1).hex(), client_record("17000000", no_name));
 }
 
 TEST_F(CpctlClient, DelTakesEveryEntryOfTheClient)
@@ -173,14 +173,14 @@ TEST_F(CpctlClient, DelTakesGroupAddresses)
 {
 	answer_checks({1, 0});
 	EXPECT_EQ(run({"client", "del", "white", "ff:ff:ff:ff:ff:ff", "wlan-1-1"}), 0);
-	EXPECT_EQ(device.calls[1].hex(), joined("01000000", zeros(8), wlan_1_1, no_name, "ffffffffffff", "0000"));
+	EXPECT_EQ(device.calls.at(1).hex(), joined("01000000", zeros(8), wlan_1_1, no_name, "ffffffffffff", "0000"));
 }
 
 TEST_F(CpctlClient, ShowListsTheClientsOfAnInterface)
 {
 	answer_lists({{0x01, 0xfe}});
 	EXPECT_EQ(run({"client", "show", "login", "wlan-2-3"}), 0);
-	EXPECT_EQ(device.calls[0].hex(), joined("08000000", zeros(8), wlan_2_3, no_name, "ffffffff", zeros(16544)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("08000000", zeros(8), wlan_2_3, no_name, "ffffffff", zeros(16544)));
 	EXPECT_EQ(out, "02:00:5e:10:00:01 dev wlan-2-3 table login\n02:00:5e:10:00:fe dev wlan-2-3 table login\n");
 }
 
@@ -232,11 +232,12 @@ TEST_F(CpctlClient, FlushUsesTheModulesOwnWhereThereIsOne)
 	answer_lists({{}});
 	EXPECT_EQ(run({"client", "flush", "ga-white", "wlan-1-1"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{8, 9}));
-	EXPECT_EQ(device.calls[0].hex(), joined("1e000000", zeros(8), wlan_1_1, zeros(24)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("1e000000", zeros(8), wlan_1_1, zeros(24)));
 	EXPECT_EQ(run({"client", "flush", "mac-auth-fallback", "all"}), 0);
 	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_SET).size(), 1U);
 	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_GET).size(), 24U);
-	EXPECT_EQ(device.calls[0].hex(), joined("22000000", zeros(8), "616c6c00000000000000000000000000", zeros(24)));
+	EXPECT_EQ(device.calls.at(0).hex(),
+		  joined("22000000", zeros(8), "616c6c00000000000000000000000000", zeros(24)));
 }
 
 TEST_F(CpctlClient, FlushDeletesOneByOneWhereThereIsNone)
@@ -244,10 +245,10 @@ TEST_F(CpctlClient, FlushDeletesOneByOneWhereThereIsNone)
 	answer_lists({{0x01, 0x02}, {}});
 	EXPECT_EQ(run({"client", "flush", "login", "wlan-1-1"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{9, 8, 8, 9}));
-	EXPECT_EQ(device.calls[1].hex(), client_record("05000000", wlan_1_1));
+	EXPECT_EQ(device.calls.at(1).hex(), client_record("05000000", wlan_1_1));
 	answer_lists({{0x01}, {}});
 	EXPECT_EQ(run({"client", "flush", "mirel-black"}), 0);
-	EXPECT_EQ(device.calls[1].hex(), client_record("17000000", no_name));
+	EXPECT_EQ(device.calls.at(1).hex(), client_record("17000000", no_name));
 }
 
 TEST_F(CpctlClient, FlushGoesOnBehindTheEndOfALongList)
@@ -269,10 +270,11 @@ TEST_F(CpctlClient, FlushPortalEmptiesFiveTables)
 	answer_lists({{}});
 	EXPECT_EQ(run({"client", "flush", "portal", "wlan-1-1"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{8, 9, 9, 9, 9, 9}));
-	EXPECT_EQ(device.calls[0].hex(), joined("09000000", zeros(8), wlan_1_1, zeros(24)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("09000000", zeros(8), wlan_1_1, zeros(24)));
 	EXPECT_EQ(run({"client", "flush", "portal", "all"}), 0);
 	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_GET).size(), 120U);
-	EXPECT_EQ(device.calls[0].hex(), joined("09000000", zeros(8), "616c6c00000000000000000000000000", zeros(24)));
+	EXPECT_EQ(device.calls.at(0).hex(),
+		  joined("09000000", zeros(8), "616c6c00000000000000000000000000", zeros(24)));
 }
 
 TEST_F(CpctlClient, FlushPortalSaysWhatIsLeft)

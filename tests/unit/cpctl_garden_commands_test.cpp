@@ -39,9 +39,9 @@ TEST_F(CpctlGarden, ReplaceSendsSwitchAndRules)
 	answer_as_stored();
 	EXPECT_EQ(run({"garden", "replace", "wlan-1-2", "on", "*.example.com", "10.1.2.0/24"}), 0) << err;
 	EXPECT_EQ(device.commands(), (std::vector{3, 4}));
-	EXPECT_EQ(device.calls[0].hex(), joined("02000000", "01000000", "01000000", "02000000", domain_rule,
-						address_rule, zeros(record_size - rules_offset - 2 * rule_size)));
-	EXPECT_EQ(device.calls[1].hex(),
+	EXPECT_EQ(device.calls.at(0).hex(), joined("02000000", "01000000", "01000000", "02000000", domain_rule,
+						   address_rule, zeros(record_size - rules_offset - 2 * rule_size)));
+	EXPECT_EQ(device.calls.at(1).hex(),
 		  joined("04000000", "01000000", "00000000", "ffffffff", zeros(record_size - rules_offset)));
 	EXPECT_EQ(out + err, "");
 }
@@ -50,7 +50,7 @@ TEST_F(CpctlGarden, ReplaceWithoutRulesEmptiesThem)
 {
 	answer_as_stored();
 	EXPECT_EQ(run({"garden", "replace", "wlan-1-1", "off"}), 0) << err;
-	EXPECT_EQ(device.calls[0].hex(), joined("02000000", zeros(record_size - 4)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("02000000", zeros(record_size - 4)));
 }
 
 // Words that are objects of cpctl, too.
@@ -58,7 +58,7 @@ TEST_F(CpctlGarden, ReplaceTakesAnyNameForARule)
 {
 	answer_as_stored();
 	EXPECT_EQ(run({"garden", "replace", "wlan-1-1", "on", "debug", "default", "client", "show"}), 0) << err;
-	EXPECT_EQ(get32(device.calls[0].record, 12), 4U);
+	EXPECT_EQ(get32(device.calls.at(0).record, 12), 4U);
 }
 
 TEST_F(CpctlGarden, ReplaceSaysWhenRulesAreMissing)
@@ -110,16 +110,16 @@ TEST_F(CpctlGarden, TwentyFourRulesFillTheRecord)
 	std::vector<std::string> words = {"garden", "replace", "wlan-1-1", "on"};
 	words.insert(words.end(), 24, "*.example.com");
 	EXPECT_EQ(run(words), 0) << err;
-	EXPECT_EQ(device.calls[0].hex().substr(2 * (rules_offset + 23 * rule_size)), domain_rule);
+	EXPECT_EQ(device.calls.at(0).hex().substr(2 * (rules_offset + 23 * rule_size)), domain_rule);
 }
 
 TEST_F(CpctlGarden, DefaultReplaceSendsNames)
 {
 	answer_as_stored();
 	EXPECT_EQ(run({"garden", "default", "replace", "portal.example"}), 0) << err;
-	EXPECT_EQ(device.calls[0].hex(), joined("01000000", "00000000", "00000000", "01000000", default_rule,
-						zeros(record_size - rules_offset - rule_size)));
-	EXPECT_EQ(device.calls[1].hex(), joined("05000000", zeros(record_size - 4)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("01000000", "00000000", "00000000", "01000000", default_rule,
+						   zeros(record_size - rules_offset - rule_size)));
+	EXPECT_EQ(device.calls.at(1).hex(), joined("05000000", zeros(record_size - 4)));
 }
 
 TEST_F(CpctlGarden, DefaultReplaceSaysWhenNamesAreMissing)
@@ -161,13 +161,13 @@ TEST_F(CpctlGarden, MirelReplaceSendsItsOwnSubCommand)
 {
 	EXPECT_EQ(run({"mirel", "garden", "replace", "*.example.com"}), 0) << err;
 	EXPECT_EQ(device.commands(), (std::vector{3}));
-	EXPECT_EQ(device.calls[0].hex(), joined("03000000", "1b000000", "01000000", "01000000", domain_rule,
-						zeros(record_size - rules_offset - rule_size)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("03000000", "1b000000", "01000000", "01000000", domain_rule,
+						   zeros(record_size - rules_offset - rule_size)));
 	EXPECT_EQ(run({"mirel", "garden", "replace", "off", "10.1.2.0/24"}), 0) << err;
-	EXPECT_EQ(device.calls[0].hex(), joined("03000000", "1b000000", "00000000", "01000000", address_rule,
-						zeros(record_size - rules_offset - rule_size)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("03000000", "1b000000", "00000000", "01000000", address_rule,
+						   zeros(record_size - rules_offset - rule_size)));
 	EXPECT_EQ(run({"mirel", "garden", "replace", "on"}), 0) << err;
-	EXPECT_EQ(device.calls[0].hex(),
+	EXPECT_EQ(device.calls.at(0).hex(),
 		  joined("03000000", "1b000000", "01000000", "00000000", zeros(record_size - rules_offset)));
 }
 

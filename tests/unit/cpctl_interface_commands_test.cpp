@@ -67,7 +67,7 @@ TEST_F(CpctlInterface, SetModeSendsTheNumberOfTheName)
 		answer_status(row.mode, 1);
 		EXPECT_EQ(run({"interface", "set", "wlan-2-3", "mode", row.word}), 0);
 		EXPECT_EQ(device.commands(), (std::vector{1, 2}));
-		EXPECT_EQ(device.calls[0].hex(), joined("01000000", "0a000000", row.bytes, zeros(16)));
+		EXPECT_EQ(device.calls.at(0).hex(), joined("01000000", "0a000000", row.bytes, zeros(16)));
 		EXPECT_EQ(out + err, "");
 	}
 }
@@ -88,19 +88,19 @@ TEST_F(CpctlInterface, SetBlockHttps)
 {
 	answer_status(0, 2);
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "block-https", "redirect"}), 0);
-	EXPECT_EQ(device.calls[0].hex(), joined("05000000", "00000000", "02000000", zeros(16)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("05000000", "00000000", "02000000", zeros(16)));
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "block-https", "pass"}), 2);
-	EXPECT_EQ(device.calls[0].hex(), joined("05000000", "00000000", "00000000", zeros(16)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("05000000", "00000000", "00000000", zeros(16)));
 }
 
 TEST_F(CpctlInterface, SetLogoutSendsTheTextOfTheAddress)
 {
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "logout", "198.51.100.100"}), 0);
 	ASSERT_EQ(device.commands(), (std::vector{1}));
-	EXPECT_EQ(device.calls[0].hex(),
+	EXPECT_EQ(device.calls.at(0).hex(),
 		  joined("08000000", "00000000", "00000000", "3139382e35312e3130302e3130300000"));
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "logout", "none"}), 0);
-	EXPECT_EQ(device.calls[0].hex(), joined("08000000", "00000000", "00000000", zeros(16)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("08000000", "00000000", "00000000", zeros(16)));
 }
 
 TEST_F(CpctlInterface, SetGardenLeavesTheRulesAlone)
@@ -108,7 +108,7 @@ TEST_F(CpctlInterface, SetGardenLeavesTheRulesAlone)
 	answer_garden(1, 3);
 	EXPECT_EQ(run({"interface", "set", "wlan-1-2", "garden", "on"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{3, 4}));
-	EXPECT_EQ(device.calls[0].hex(), joined("00000000", "01000000", "01000000", zeros(3364)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("00000000", "01000000", "01000000", zeros(3364)));
 	EXPECT_EQ(run({"interface", "set", "wlan-1-2", "garden", "off"}), 2);
 	EXPECT_EQ(err,
 		  "cpctl: wlan-1-2: garden is not what was set though the module took the command: see the kernel log "
@@ -120,12 +120,13 @@ TEST_F(CpctlInterface, SetDisconnectionSendsBehaviourAndStatus)
 	answer_disconnection(2, 2);
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "disconnection", "pass-dhcp", "disconnected"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{8, 9}));
-	EXPECT_EQ(device.calls[0].hex(), joined("0a000000", "02000000", "02000000", wlan_1_1, zeros(24)));
-	EXPECT_EQ(device.calls[1].hex().substr(0, 96), joined("0b000000", zeros(8), wlan_1_1, no_name, "ffffffff"));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("0a000000", "02000000", "02000000", wlan_1_1, zeros(24)));
+	EXPECT_EQ(device.calls.at(1).hex().substr(0, 96), joined("0b000000", zeros(8), wlan_1_1, no_name, "ffffffff"));
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "disconnection", "pass-all", "connected"}), 2);
-	EXPECT_EQ(device.calls[0].hex(), joined("0a000000", "01000000", "01000000", wlan_1_1, zeros(24)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("0a000000", "01000000", "01000000", wlan_1_1, zeros(24)));
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "disconnection", "pass-dhcp", "3"}), 2);
-	EXPECT_EQ(device.calls[0].hex(), joined("0a000000", "02000000", "03000000", wlan_1_1, zeros(24)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("0a000000", "02000000", "03000000", wlan_1_1, zeros(24)));
+	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "disconnection", "pass-all", "disconnected"}), 2);
 }
 
 TEST_F(CpctlInterface, SetTakesSeveralSettingsInOrder)
@@ -162,8 +163,9 @@ TEST_F(CpctlInterface, ShowPutsTheSettingsOnOneLine)
 		  "wlan-1-1: mode internet-passes block-https pass garden on rules 3 disconnection pass-all connected "
 		  "mark 5200 ap 192.0.2.1\n");
 	EXPECT_EQ(err, "");
-	EXPECT_EQ(device.of(CAPTIVE_PORTAL_IOCTL_GET)[0].hex(), joined("02000000", "00000000", "ffffffff", zeros(308)));
-	EXPECT_EQ(device.of(WALLED_GARDEN_IOCTL_GET)[0].hex(),
+	EXPECT_EQ(device.of(CAPTIVE_PORTAL_IOCTL_GET).at(0).hex(),
+		  joined("02000000", "00000000", "ffffffff", zeros(308)));
+	EXPECT_EQ(device.of(WALLED_GARDEN_IOCTL_GET).at(0).hex(),
 		  joined("04000000", "00000000", "00000000", "ffffffff", zeros(3360)));
 }
 
@@ -199,8 +201,8 @@ TEST_F(CpctlInterface, OweMapPairsTwoNames)
 	});
 	EXPECT_EQ(run({"interface", "owe", "map", "wlan-1-14", "wlan-1-1"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{8, 9}));
-	EXPECT_EQ(device.calls[0].hex(), joined("0c000000", zeros(8), wlan_1_1, wlan_1_14, zeros(8)));
-	EXPECT_EQ(device.calls[1].hex().substr(0, 96), joined("0e000000", zeros(8), no_name, wlan_1_14, "ffffffff"));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("0c000000", zeros(8), wlan_1_1, wlan_1_14, zeros(8)));
+	EXPECT_EQ(device.calls.at(1).hex().substr(0, 96), joined("0e000000", zeros(8), no_name, wlan_1_14, "ffffffff"));
 }
 
 TEST_F(CpctlInterface, OweMapSaysWhenThePairIsNotThere)
@@ -229,7 +231,7 @@ TEST_F(CpctlInterface, OweFlushForgetsThePairs)
 {
 	EXPECT_EQ(run({"interface", "owe", "flush"}), 0);
 	EXPECT_EQ(device.calls.size(), 10U);
-	EXPECT_EQ(device.calls[0].hex(), joined("10000000", zeros(48)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("10000000", zeros(48)));
 	device.on(GATEKEEPER_IOCTL_GET, [](auto record, size_t) {
 		put_text(record, 12, "wlan-2-3");
 		return 0;

@@ -61,7 +61,7 @@ TEST(Portal, AsksForAStatusWithTheModulesRecord)
 	EXPECT_EQ(status->mark, 5220U);
 	EXPECT_EQ(status->cp_mode, 7U);
 	ASSERT_EQ(device.calls.size(), 1U);
-	EXPECT_EQ(device.calls[0].hex(), joined("02000000", "08000000", "ffffffff", zeros(308)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("02000000", "08000000", "ffffffff", zeros(308)));
 }
 
 TEST(Portal, TellsTheFileLayersBlockSizeFromAStatus)

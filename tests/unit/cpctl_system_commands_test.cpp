@@ -19,7 +19,7 @@ TEST_F(CpctlSystem, GatewaySetSendsTheAddressInNetworkOrder)
 	});
 	EXPECT_EQ(run({"gateway", "set", "192.0.2.254"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{6, 7}));
-	EXPECT_EQ(device.calls[0].hex(), "c00002fe");
+	EXPECT_EQ(device.calls.at(0).hex(), "c00002fe");
 	EXPECT_EQ(run({"gateway", "set", "192.0.2.1"}), 2);
 	EXPECT_EQ(err, "cpctl: the gateway is 192.0.2.254 though the module took the command\n");
 	expect_usage_failure({"gateway", "set", "192.0.2"}, "no IPv4 address");
@@ -28,7 +28,7 @@ TEST_F(CpctlSystem, GatewaySetSendsTheAddressInNetworkOrder)
 TEST_F(CpctlSystem, GatewaySetNoneClearsIt)
 {
 	EXPECT_EQ(run({"gateway", "set", "none"}), 0);
-	EXPECT_EQ(device.calls[0].hex(), "00000000");
+	EXPECT_EQ(device.calls.at(0).hex(), "00000000");
 }
 
 TEST_F(CpctlSystem, GatewayShow)
@@ -47,9 +47,9 @@ TEST_F(CpctlSystem, DnsFilter)
 {
 	EXPECT_EQ(run({"dns-filter", "on"}), 0);
 	ASSERT_EQ(device.commands(), (std::vector{1}));
-	EXPECT_EQ(device.calls[0].hex(), joined("09000000", "00000000", "01000000", zeros(16)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("09000000", "00000000", "01000000", zeros(16)));
 	EXPECT_EQ(run({"dns-filter", "off"}), 0);
-	EXPECT_EQ(device.calls[0].hex(), joined("09000000", "00000000", "00000000", zeros(16)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("09000000", "00000000", "00000000", zeros(16)));
 	expect_usage_failure({"dns-filter", "maybe"}, "'maybe' is no switch");
 }
 
@@ -57,7 +57,7 @@ TEST_F(CpctlSystem, MirelMode)
 {
 	EXPECT_EQ(run({"mirel", "mode", "on"}), 0);
 	ASSERT_EQ(device.commands(), (std::vector{1}));
-	EXPECT_EQ(device.calls[0].hex(), joined("07000000", "1b000000", "01000000", zeros(16)));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("07000000", "1b000000", "01000000", zeros(16)));
 	expect_usage_failure({"mirel", "mode", "loud"}, "'loud' is no mode");
 }
 
@@ -65,7 +65,7 @@ TEST_F(CpctlSystem, DebugPassesTheLevelItself)
 {
 	EXPECT_EQ(run({"debug", "3"}), 0);
 	ASSERT_EQ(device.commands(), (std::vector{11}));
-	EXPECT_EQ(device.calls[0].value, 3U);
+	EXPECT_EQ(device.calls.at(0).value, 3U);
 	expect_usage_failure({"debug", "4"}, "the highest is 3");
 	expect_usage_failure({"debug", "-1"}, "no debug level");
 	expect_usage_failure({"debug", "high"}, "no debug level");

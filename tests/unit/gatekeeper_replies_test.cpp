@@ -61,7 +61,7 @@ protected:
 // Byte `offset` of a record.
 template <typename T> uint8_t byte_of(const T &record, size_t offset)
 {
-	uint8_t byte;
+	uint8_t byte = 0;
 	std::memcpy(&byte, reinterpret_cast<const char *>(&record) + offset, 1);
 	return byte;
 }
