@@ -11,6 +11,8 @@ captive_portal-core := \
 	gatekeeper/gatekeeper_commands.o \
 	gatekeeper/gatekeeper_replies.o \
 	garden/arecord_cache.o \
+	garden/dns_name.o \
+	garden/dns_parser.o \
 	garden/pattern.o \
 	garden/walled_garden.o \
 	garden/walled_garden_commands.o \

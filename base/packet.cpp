@@ -58,6 +58,29 @@ Field<uint32_t> Packet::transport_offset() const
 	return header_words(first.value()) * bytes_per_header_word;
 }
 
+Field<int32_t> Packet::claimed_udp_payload_bytes() const
+{
+	const Field<uint8_t> first = network_field<uint8_t>(Offset::version_and_header_length);
+	const Field<be16> total_length = network_field<be16>(Offset::total_length);
+	if (!first.has_value() || !total_length.has_value()) {
+		return {};
+	}
+	return static_cast<int32_t>(total_length.value().host()) -
+	       static_cast<int32_t>(header_words(first.value()) * bytes_per_header_word + Offset::udp_payload);
+}
+
+Field<int32_t> Packet::udp_payload_bytes() const
+{
+	const Field<be16> udp_length = transport_field<be16>(Offset::udp_length);
+	if (!udp_length.has_value()) {
+		return {};
+	}
+	// A packet that ends inside the UDP header has less than nothing behind it.
+	const int64_t present = int64_t{packet_.network_length} - transport_offset().value() - Offset::udp_payload;
+	const int32_t said = udp_length.value().host() - static_cast<int32_t>(Offset::udp_payload);
+	return present < said ? static_cast<int32_t>(present) : said;
+}
+
 bool Packet::is_rewritable() const
 {
 	return ether_type() == EtherType::ipv4 && transport_field<be16>(Offset::tcp_checksum).has_value() &&

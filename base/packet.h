@@ -3,9 +3,9 @@
 // inside it whole is missing. Lengths that the headers claim are not believed; only the packet's real length bounds.
 #pragma once
 
-#include "base/byte_order.h"
-#include "base/field.h"
+#include "base/bounded_read.h"
 #include "base/mac_address.h"
+#include "base/memory.h"
 #include "platform/platform.h"
 
 namespace captive_portal
@@ -45,7 +45,14 @@ struct Offset {
 		source_address = 12,
 		destination_address = 16,
 	};
-	enum Transport : uint32_t { source_port = 0, destination_port = 2, tcp_flags = 13, tcp_checksum = 16 };
+	enum Transport : uint32_t {
+		source_port = 0,
+		destination_port = 2,
+		udp_length = 4,
+		udp_payload = 8,
+		tcp_flags = 13,
+		tcp_checksum = 16,
+	};
 };
 
 class Packet;
@@ -122,6 +129,33 @@ public:
 	[[nodiscard]] Field<be16> destination_port() const { return transport_field<be16>(Offset::destination_port); }
 	[[nodiscard]] Field<TcpFlags> tcp_flags() const { return transport_field<TcpFlags>(Offset::tcp_flags); }
 
+	// What the IPv4 total length leaves for a UDP payload, in bytes. Taken as it is: may be negative, and may be
+	// more than there is.
+	[[nodiscard]] Field<int32_t> claimed_udp_payload_bytes() const;
+
+	// Bytes of the UDP payload: what the UDP length says (negative when it is below 8), but no more than the packet
+	// has.
+	[[nodiscard]] Field<int32_t> udp_payload_bytes() const;
+
+	// Calls `read(const uint8_t *)` with the first `bytes` bytes of the UDP payload, which lie together whatever
+	// the packet's layout: where they are if all are readable there, else in a copy. `bytes` is above 0 and at most
+	// udp_payload_bytes(), so a copy is below 64 KiB. The pointer is good during the call only. False, without a
+	// call, when memory for the copy is short.
+	template <typename Read> [[nodiscard]] bool read_udp_payload(uint32_t bytes, Read read) const
+	{
+		const uint32_t offset = transport_offset().value() + Offset::udp_payload;
+		if (offset + bytes <= packet_.network_bytes) {
+			read(packet_.network + offset);
+			return true;
+		}
+		const Owned<uint8_t> copy(cp_zalloc_atomic(bytes));
+		if (!copy || cp_packet_copy(&packet_, offset, copy.get(), bytes) != 0) {
+			return false;
+		}
+		read(copy.get());
+		return true;
+	}
+
 	// True when an address and a port of it may be rewritten: EtherType IPv4, IHL of 5 or more, and a TCP header that
 	// reaches to its checksum.
 	[[nodiscard]] bool is_rewritable() const;
@@ -141,14 +175,6 @@ public:
 private:
 	static constexpr uint32_t tcp_header_bytes_to_checksum = Offset::tcp_checksum + sizeof(be16);
 
-	template <typename T>
-	[[nodiscard]] static Field<T> field_at(const uint8_t *bytes, uint32_t count, uint32_t offset)
-	{
-		if (offset + sizeof(T) > count) {
-			return {};
-		}
-		return read_unaligned<T>(bytes + offset);
-	}
 	template <typename T> [[nodiscard]] Field<T> ethernet_field(uint32_t offset) const
 	{
 		return field_at<T>(packet_.ethernet, packet_.ethernet_bytes, offset);

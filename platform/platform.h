@@ -113,11 +113,19 @@ struct cp_packet {
 	uint32_t ethernet_bytes; /* bytes readable there: 14, fewer only in a cut frame */
 	const uint8_t *network;  /* what follows the Ethernet header in the packet's buffer */
 	uint32_t network_bytes;  /* bytes readable there, all inside the packet */
+	uint32_t network_length; /* bytes that the packet has there in all; cp_packet_copy() reaches every one */
 	uint32_t mark;           /* read and written by the hooks; the platform stores it back */
 	const char *in_name;     /* ingress device, null where the hook has none */
 	const char *out_name;    /* egress device, null where the hook has none */
 	void *buffer;            /* the platform's own */
 };
+
+/*
+ * Copies the `bytes` bytes that start `offset` bytes after the Ethernet header, wherever the packet keeps them: 0, or
+ * a negative error and `to` holds nothing of use: the packet does not have them all, or they cannot be read. Moves no
+ * data of the packet. Any context.
+ */
+int cp_packet_copy(const struct cp_packet *packet, uint32_t offset, void *to, uint32_t bytes);
 
 /*
  * Makes the Ethernet header and the first `bytes` bytes after it writable and private to this packet: no clone of it,

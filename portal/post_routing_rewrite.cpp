@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Undoes the redirect on the access point's replies. A field that lies outside the packet equals nothing.
+// Shows DNS answers for wireless clients to the parser, and undoes the redirect on the access point's replies. A field
+// that lies outside the packet equals nothing.
 #include "base/atomic_word.h"
 #include "base/debug_level.h"
 #include "base/lock.h"
 #include "base/packet.h"
 #include "base/text.h"
+#include "garden/dns_parser.h"
 #include "portal/connections.h"
 #include "portal/interface_table.h"
 #include "portal/lookups.h"
@@ -15,6 +17,41 @@ namespace captive_portal
 
 namespace
 {
+
+constexpr uint8_t ipv4_version = 4;
+constexpr uint16_t dns_port = 53;
+
+[[nodiscard]] Text egress_name(const Packet &packet)
+{
+	return packet.out_name() != nullptr ? text_of_field(packet.out_name(), CP_INTERFACE_NAME_SIZE) : Text{};
+}
+
+// True for UDP from port 53 on its way out to a wireless client, whoever sent it. The IPv4 total length only gates.
+[[nodiscard]] bool is_dns_answer(const Packet &packet)
+{
+	const Field<int32_t> claimed = packet.claimed_udp_payload_bytes();
+	return packet.protocol() == IpProtocol::udp && packet.ip_version() == ipv4_version &&
+	       packet.source_port() == be16::from_host(dns_port) && claimed.has_value() && claimed.value() > 0 &&
+	       starts_with(egress_name(packet), {"wlan", 4});
+}
+
+// The packet goes on unchanged whatever comes of it. An answer that cannot be read whole, for want of memory, is not
+// read at all: the client asks again.
+void hand_off_dns_answer(const Packet &packet)
+{
+	if (!is_dns_answer(packet)) {
+		return;
+	}
+	const Field<int32_t> length = packet.udp_payload_bytes();
+	if (!length.has_value() || length.value() <= 0) {
+		return;
+	}
+	const bool was_read =
+		packet.read_udp_payload(static_cast<uint32_t>(length.value()), [&length](const uint8_t *message) {
+			static_cast<void>(parse_dns(message, length.value()));
+		});
+	static_cast<void>(was_read);
+}
 
 // Row in which the client's SYN was recorded, from the redirect port (host order) that now replies; -1 for any other
 // port. The mirror of the redirect ports.
@@ -75,9 +112,6 @@ void restore_source(Packet &packet, const table_list_entry &entry)
 
 void rewrite_reply(Packet &packet)
 {
-	if (packet.out_name() != nullptr && text_of_field(packet.out_name(), CP_INTERFACE_NAME_SIZE) == Text{"lo", 2}) {
-		return;
-	}
 	if (!(packet.protocol() == IpProtocol::tcp)) {
 		return;
 	}
@@ -119,7 +153,10 @@ void rewrite_reply(Packet &packet)
 cp_verdict nf_cp_change(cp_packet *raw)
 {
 	Packet packet(*raw);
-	rewrite_reply(packet);
+	if (!(egress_name(packet) == Text{"lo", 2})) {
+		hand_off_dns_answer(packet);
+		rewrite_reply(packet);
+	}
 	return CP_ACCEPT;
 }
 

@@ -17,6 +17,7 @@ namespace
 constexpr size_t ethernet_header_bytes = 14;
 constexpr uint8_t poison = 0xdb;
 constexpr int no_memory = -12;
+constexpr int bad_address = -14;
 
 uint16_t read_network_order(const uint8_t *bytes)
 {
@@ -63,8 +64,8 @@ PacketBuffer::PacketBuffer(const Frame &frame, Layout layout)
 	if (layout == Layout::headers_only) {
 		network = std::min<size_t>(network, CP_PACKET_HEADER_BYTES);
 	}
-	data_ = std::make_shared<Data>(Block(bytes.first(ethernet)), Block(bytes.subspan(ethernet, network)),
-				       Block(bytes.subspan(ethernet + network)));
+	data_ = std::make_shared<Data>(Data{Block(bytes.first(ethernet)), Block(bytes.subspan(ethernet, network)),
+					    Block(bytes.subspan(ethernet + network))});
 }
 
 Frame PacketBuffer::frame() const
@@ -118,6 +119,7 @@ void PacketView::point_at_data()
 	seam_.ethernet_bytes = packet_.data_->ethernet.size();
 	seam_.network = packet_.data_->network.data();
 	seam_.network_bytes = packet_.data_->network.size();
+	seam_.network_length = packet_.data_->network.size() + packet_.data_->rest.size();
 }
 
 void PacketView::expect_unwritten_bytes_unchanged() const
@@ -135,6 +137,21 @@ void PacketView::finish()
 {
 	expect_unwritten_bytes_unchanged();
 	packet_.mark = seam_.mark;
+}
+
+int PacketView::copy(uint32_t offset, uint8_t *to, uint32_t bytes) const
+{
+	const PacketBuffer::Block &network = packet_.data_->network;
+	const PacketBuffer::Block &rest = packet_.data_->rest;
+	const uint64_t end = uint64_t{offset} + bytes;
+	if (end > seam_.network_length || (packet_.fail_copy && end > network.size())) {
+		return bad_address;
+	}
+	for (uint32_t i = 0; i < bytes; ++i) {
+		const uint32_t place = offset + i;
+		to[i] = place < network.size() ? network.data()[place] : rest.data()[place - network.size()];
+	}
+	return 0;
 }
 
 int PacketView::make_writable(uint32_t bytes)

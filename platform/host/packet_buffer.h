@@ -62,6 +62,8 @@ public:
 	std::optional<std::string> out_name;
 	// The packet cannot be made writable.
 	bool fail_make_writable = false;
+	// Bytes outside the linear part cannot be copied.
+	bool fail_copy = false;
 	// How often the packet was made writable, failures included.
 	uint32_t make_writable_calls = 0;
 
@@ -120,7 +122,11 @@ public:
 	// Stores the mark back. Dies if the hook wrote bytes that it had not made writable.
 	void finish();
 
-	[[nodiscard]] static PacketView &of(cp_packet *packet) { return *static_cast<PacketView *>(packet->buffer); }
+	[[nodiscard]] static PacketView &of(const cp_packet *packet)
+	{
+		return *static_cast<PacketView *>(packet->buffer);
+	}
+	[[nodiscard]] int copy(uint32_t offset, uint8_t *to, uint32_t bytes) const;
 	[[nodiscard]] int make_writable(uint32_t bytes);
 	void replace_checksum(uint32_t offset, uint32_t from, uint32_t to, cp_checksum_part part);
 	void set_host() { packet_.type = PacketType::host; }

@@ -113,6 +113,11 @@ enum cp_bridge_result cp_bridge_of_port(const char *port, char *bridge, size_t s
 	return CP_BRIDGE_FOUND;
 }
 
+int cp_packet_copy(const struct cp_packet *packet, uint32_t offset, void *to, uint32_t bytes)
+{
+	return PacketView::of(packet).copy(offset, static_cast<uint8_t *>(to), bytes);
+}
+
 int cp_packet_make_writable(struct cp_packet *packet, uint32_t bytes)
 {
 	return PacketView::of(packet).make_writable(bytes);

@@ -37,6 +37,7 @@ static void point_at_headers(struct cp_packet *packet, const struct sk_buff *skb
 {
 	packet->network = skb->data;
 	packet->network_bytes = skb_headlen(skb);
+	packet->network_length = skb->len;
 	/* A frame whose Ethernet header is not where the bridge puts it has none that the core may read. */
 	if (skb_mac_header_was_set(skb) && skb_mac_header(skb) + ETH_HLEN == skb->data) {
 		packet->ethernet = skb_mac_header(skb);
@@ -61,6 +62,16 @@ void open_packet_view(struct cp_packet *packet, struct sk_buff *skb, const struc
 	packet->in_name = state->in ? state->in->name : NULL;
 	packet->out_name = state->out ? state->out->name : NULL;
 	packet->buffer = skb;
+}
+
+int cp_packet_copy(const struct cp_packet *packet, uint32_t offset, void *to, uint32_t bytes)
+{
+	const struct sk_buff *skb = packet->buffer;
+
+	/* The kernel's call takes signed numbers; a packet is never that long. */
+	if (offset > skb->len || bytes > skb->len - offset)
+		return -EFAULT;
+	return skb_copy_bits(skb, offset, to, bytes);
 }
 
 /*

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/host/registrations.h"
@@ -64,6 +65,7 @@ TEST(PacketBuffer, ShowsAHookWhatIsReadable)
 		PacketView view(packet);
 		EXPECT_EQ(view.seam()->ethernet_bytes, row.ethernet) << row.frame;
 		EXPECT_EQ(view.seam()->network_bytes, row.network) << row.frame;
+		EXPECT_EQ(view.seam()->network_length, row.frame < 14 ? 0 : row.frame - 14) << row.frame;
 	}
 }
 
@@ -87,6 +89,42 @@ TEST(PacketBuffer, MovesItsDataWhenMadeWritable)
 	writable_network(view.seam())[99] = 0xff;
 	view.finish();
 	EXPECT_EQ(packet.frame()[14 + 99], 0xff);
+}
+
+// 140 bytes behind the Ethernet header, 80 of them linear; the first of "xxx..." is at 40.
+TEST(PacketBuffer, GivesACopyOfBytesWhereverTheyLie)
+{
+	for (const Layout layout : {Layout::linear, Layout::headers_only}) {
+		PacketBuffer packet(segment(), layout);
+		PacketView view(packet);
+		const struct {
+			uint32_t offset;
+			uint32_t bytes;
+			int result;
+		} rows[] = {
+			{0, 140, 0},   {79, 1, 0},    {79, 2, 0},    {80, 60, 0},          {140, 0, 0},
+			{0, 141, -14}, {140, 1, -14}, {141, 0, -14}, {0xffffffff, 2, -14}, {2, 0xffffffff, -14},
+		};
+		for (const auto &row : rows) {
+			Frame to(row.result == 0 ? row.bytes : 1);
+			EXPECT_EQ(cp_packet_copy(view.seam(), row.offset, to.data(), row.bytes), row.result);
+			if (row.result == 0) {
+				const Frame whole = segment();
+				EXPECT_TRUE(std::equal(to.begin(), to.end(), whole.begin() + 14 + row.offset));
+			}
+		}
+		view.finish();
+	}
+}
+
+TEST(PacketBuffer, RefusesOnOrderToCopyBytesThatAreNotLinear)
+{
+	PacketBuffer packet(segment(), Layout::headers_only);
+	packet.fail_copy = true;
+	PacketView view(packet);
+	Frame to(2);
+	EXPECT_EQ(cp_packet_copy(view.seam(), 78, to.data(), 2), 0);
+	EXPECT_EQ(cp_packet_copy(view.seam(), 79, to.data(), 2), -14);
 }
 
 TEST(PacketBuffer, CannotBeMadeWritableBeyondItsEnd)

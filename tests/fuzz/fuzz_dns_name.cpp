@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Any bytes as a DNS message, and a name anywhere in them, against the decoder as it is described. The input's last
+// three bytes are no part of the message: where the name starts (two), and the room for it.
+#include <algorithm>
+#include <vector>
+
+#include "base/debug_level.h"
+#include "garden/dns_name.h"
+#include "platform/host/machine.h"
+#include "tests/fuzz/property.h"
+#include "tests/support/recursive_dns_name.h"
+
+namespace captive_portal::test
+{
+
+namespace
+{
+
+DecodedName decode(host::Machine &machine, const std::vector<uint8_t> &message, size_t name, int16_t room,
+		   int32_t level)
+{
+	debug_level = level;
+	DecodedName result;
+	// Of exactly its size, and not clean.
+	result.text.assign(static_cast<size_t>(room), '\xee');
+	result.text.shrink_to_fit();
+	const uint8_t *const behind =
+		parse_dns_domain(message.data(), message.data() + name, message.data() + message.size() - 1,
+				 result.text.data(), &result.length, room);
+	if (behind != nullptr) {
+		result.behind = static_cast<size_t>(behind - message.data());
+	}
+	result.lines = machine.log.take();
+	return result;
+}
+
+void check(const uint8_t *data, size_t size)
+{
+	static host::Machine &machine = *new host::Machine;
+	constexpr size_t parameters = 3;
+	if (size <= parameters) {
+		return;
+	}
+	const std::vector<uint8_t> message(data, data + size - parameters);
+	const uint8_t *const choice = data + size - parameters;
+	const size_t name = (choice[0] * 256u + choice[1]) % (message.size() + 1);
+	const auto room = static_cast<int16_t>(1 + choice[2] % DNS_NAME_SIZE);
+
+	const DecodedName decoded = decode(machine, message, name, room, 3);
+	REQUIRE_PROPERTY(std::equal(message.begin(), message.end(), data), "the message is not changed");
+	REQUIRE_PROPERTY(decoded.text.back() == '\0', "the text ends inside its room");
+	REQUIRE_PROPERTY(decoded.length < room, "the length is below the room");
+	REQUIRE_PROPERTY(!decoded.behind.has_value() || (*decoded.behind > name && *decoded.behind <= message.size()),
+			 "a name ends behind its start, inside the message or with it");
+	// A name that decodes meets each byte once; a line is about a byte.
+	const size_t names = decoded.behind.has_value() ? 1 : DNS_POINTERS_PER_NAME + 1;
+	REQUIRE_PROPERTY(decoded.lines.size() <= names * (message.size() + 1), "the steps are bounded");
+	REQUIRE_PROPERTY(decoded == decode_recursively(message, name, room), "the description is followed");
+
+	DecodedName silent = decode(machine, message, name, room, 1);
+	REQUIRE_PROPERTY(silent.lines.empty(), "nothing is said below debug level 2");
+	silent.lines = decoded.lines;
+	REQUIRE_PROPERTY(silent == decoded, "the debug level changes nothing else");
+}
+
+} // namespace
+
+} // namespace captive_portal::test
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+	captive_portal::test::check(data, size);
+	return 0;
+}

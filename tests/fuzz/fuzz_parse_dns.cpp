@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Any bytes as a DNS message on its way to a client.
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "base/debug_level.h"
+#include "garden/arecord_table.h"
+#include "garden/dns_parser.h"
+#include "garden/walled_garden.h"
+#include "platform/host/machine.h"
+#include "tests/fuzz/property.h"
+#include "tests/support/cast.h"
+#include "tests/support/control.h"
+
+namespace captive_portal::test
+{
+
+namespace
+{
+
+// Rows with rules: a pattern, every name, an address.
+constexpr uint32_t rows_with_rules = 1u << 0 | 1u << 1 | 1u << 27;
+
+struct StoredAddress {
+	uint64_t address;
+	std::string name;
+	uint32_t mask;
+	int64_t deadline;
+
+	friend bool operator==(const StoredAddress &, const StoredAddress &) = default;
+};
+
+std::vector<StoredAddress> stored_addresses()
+{
+	std::vector<StoredAddress> all;
+	for (const ArecordBucket &bucket : dns_aRecord) {
+		for (const dns_arecord &entry : bucket) {
+			for (const fqdn_node &node : entry.fqdn_list) {
+				all.push_back({entry.ip, node.fqdn, entry.is_match_wg, entry.timeout});
+			}
+		}
+	}
+	return all;
+}
+
+void write_rule(int32_t row, const wg_rule &rule)
+{
+	wg_cmd command{};
+	command.cmd = UPDATE_RULE;
+	command.iface = row;
+	command.enable_value = 1;
+	command.rule_number = 1;
+	command.rules[0] = rule;
+	REQUIRE_PROPERTY(if_device_write_wg(&command, sizeof(command)) == 0, "rules can be written");
+}
+
+host::Machine &make_machine()
+{
+	host::Machine &machine = *new host::Machine;
+	init_walled_garden_table();
+	write_rule(0, domain_rule("*.example"));
+	write_rule(1, domain_rule("*"));
+	write_rule(27, address_rule(ipv4(10, 0, 0, 0), ipv4(255, 0, 0, 0)));
+	return machine;
+}
+
+void forget(host::Machine &machine)
+{
+	dns_parse_exit();
+	total_ip_count = 0;
+	machine.log.clear();
+}
+
+void check(const uint8_t *data, size_t size)
+{
+	static host::Machine &machine = make_machine();
+	const std::vector<uint8_t> message(data, data + size);
+	const auto parse = [&](int32_t level) {
+		debug_level = level;
+		const int32_t result = parse_dns(message.data(), static_cast<int32_t>(message.size()));
+		REQUIRE_PROPERTY(result == (size <= 12 ? -1 : 0), "the result tells of the length alone");
+		REQUIRE_PROPERTY(size == 0 || std::memcmp(message.data(), data, size) == 0,
+				 "the message is not changed");
+	};
+
+	// A long message may say a lot.
+	const bool counts_lines = size <= 600;
+	machine.log.keep(counts_lines);
+	forget(machine);
+	parse(3);
+	const std::vector<StoredAddress> stored = stored_addresses();
+	const size_t count = size <= 12 ? 0 : message[6] * 256u + message[7];
+	REQUIRE_PROPERTY(stored.size() <= count, "no more addresses than records");
+	REQUIRE_PROPERTY(static_cast<size_t>(total_ip_count) <= stored.size(), "every address has a name");
+	for (const StoredAddress &one : stored) {
+		const auto *const bytes = reinterpret_cast<const uint8_t *>(&one.address);
+		REQUIRE_PROPERTY(std::search(message.begin() + 12, message.end(), bytes, bytes + 4) != message.end(),
+				 "addresses come from the message");
+		REQUIRE_PROPERTY(one.name.size() <= 127, "names are at most 127 characters");
+		REQUIRE_PROPERTY((one.mask & ~rows_with_rules) == 0, "only rules permit");
+		REQUIRE_PROPERTY(one.name == stored.front().name, "one name a message");
+	}
+	// Each record takes 11 bytes at least, and says, with its cut labels, at most one line a byte; the last name
+	// may go round with every pointer.
+	const size_t records = std::min(count, size / 11 + 1);
+	REQUIRE_PROPERTY(machine.log.take().size() <= (records + 33) * (size + 4) + 64, "the steps are bounded");
+
+	parse(3);
+	REQUIRE_PROPERTY(stored_addresses() == stored, "a second look stores nothing new");
+	forget(machine);
+	parse(0);
+	REQUIRE_PROPERTY(stored_addresses() == stored, "the debug level changes nothing");
+	REQUIRE_PROPERTY(machine.log.take().empty(), "nothing is said at debug level 0");
+}
+
+} // namespace
+
+} // namespace captive_portal::test
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+	captive_portal::test::check(data, size);
+	return 0;
+}
