@@ -123,7 +123,7 @@ lab() {
 
 stage_lab_um() { lab um; }
 # The demo's story is a case as well.
-stage_story_um() { LAB_CASES=$project_root/lab/story lab um; }
+stage_story_um() { LAB_CASES=lab/story lab um; }
 stage_lab_um_debug() { lab um-debug; }
 stage_lab_debian_6_1() { lab debian-6.1; }
 stage_lab_debian_6_12() { lab debian-6.12; }
