@@ -198,9 +198,9 @@ private:
 void write_listing(Listing &listing)
 {
 	constexpr char finished[] = "Finished...\n";
-	char header[line_size];
+	Line line;
 	const size_t header_length =
-		cp_format(header, sizeof(header), "Captive Portal DNS A Record Info, target=%s\n", summary_target);
+		cp_format(line, sizeof(line), "Captive Portal DNS A Record Info, target=%s\n", summary_target);
 	listing.add_cut(line, header_length);
 	if (list_entries(listing, line, decode_target(text_of_field(summary_target)))) {
 		// Silently left out where there is no room for it.
