@@ -233,10 +233,10 @@ struct Operands {
 {
 	switch (step) {
 	case none:
-		return true;
+		break;
 	case log_line:
 		log_set_command(record);
-		return true;
+		break;
 	case allocate:
 		return allocate_node(command, record, operands);
 	case parse_iface:

@@ -174,7 +174,7 @@ cp_verdict judge_special_marks(Packet &packet, uint32_t mode, const char *bridge
 		return incomplete;
 	}
 	const Ipv4Address old_destination = destination.value();
-	const bool social_login = old_destination == socialogin_addr;
+	const bool social_login = old_destination == load_word(socialogin_addr);
 	if (mark != MARK_LOGOUT && mark != MARK_DNS_FILTER && !social_login && !is_reputation_mark(mark)) {
 		return CP_ACCEPT;
 	}
@@ -251,7 +251,7 @@ cp_verdict intercept_tcp(Packet &packet, uint32_t mode, const char *bridge)
 	if (!destination.has_value()) {
 		return CP_DROP;
 	}
-	if (destination == socialogin_addr) {
+	if (destination == load_word(socialogin_addr)) {
 		return intercept_social_login(packet);
 	}
 	const Field<be16> destination_port = packet.destination_port();

@@ -47,15 +47,13 @@ refresh_package_lists() {
 }
 
 # with_cache_lock NAME COMMAND...  two runs at once must not write the same
-# directory of the cache.
+# directory of the cache.  The command runs in a subshell.
 with_cache_lock() {
-	local name=$1 handle
-	shift
 	mkdir -p "$cache_dir/locks"
-	exec {handle}>"$cache_dir/locks/$name"
-	flock "$handle"
-	"$@"
-	exec {handle}>&-
+	(
+		flock 9
+		"${@:2}"
+	) 9>"$cache_dir/locks/$1"
 }
 
 # copy_tree DESTINATION  copies what a module build reads, so that objects of

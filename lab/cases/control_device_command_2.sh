@@ -1,0 +1,15 @@
+# What command 2 (also FIGETBSZ of the file layer) gives a native and a 32-bit
+# caller, and that other commands reach the module from both.
+#
+#   no network: the machine alone
+
+load_module
+dmesg -C
+expect_success python3 "$LAB/lib/command_2.py" native
+if [[ -e /proc/sys/abi/vsyscall32 ]] || zcat /proc/config.gz 2>/dev/null | grep -q '^CONFIG_IA32_EMULATION=y' ||
+	grep -qs '^CONFIG_IA32_EMULATION=y' "/boot/config-$(uname -r)"; then
+	expect_success python3 "$LAB/lib/command_2.py" compat
+	expect_contains "the kernel's log" "[walled garden] start to get compat ioctl" "$(dmesg)"
+else
+	echo "    this kernel takes no 32-bit calls: the native caller alone was tried"
+fi

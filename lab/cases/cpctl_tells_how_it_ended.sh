@@ -1,0 +1,77 @@
+# The command line on the real device: its exit codes, what it reads back, how
+# it waits for another opener, and what it says where the kernel answers a
+# question in the module's place.
+#
+#   no network: the machine alone
+
+# ends_with STATUS PART COMMAND...   exit status, and a part of all that it said
+ends_with() {
+	local wanted=$1 part=$2 status=0 said
+	shift 2
+	said=$("$@" 2>&1) || status=$?
+	expect_equal "status of: $*" "$wanted" "$status"
+	expect_contains "answer of: $*" "$part" "$said"
+}
+
+# hold_device SECONDS   returns when the device is held
+hold_device() {
+	rm -f "$CASE_DIR/held"
+	python3 - "$1" "$CASE_DIR/held" <<-'END' &
+		import os, sys, time
+		device = os.open("/dev/CP_dev", os.O_RDWR)
+		open(sys.argv[2], "w").close()
+		time.sleep(float(sys.argv[1]))
+	END
+	wait_until 20 "another program has the device" test -e "$CASE_DIR/held"
+}
+
+step "without the module"
+ends_with 3 "there is no such device: load the module" cpctl gateway show
+ends_with 1 "no wireless interface" cpctl interface show wlan-1-9
+
+step "clients come and go"
+load_module
+ends_with 0 "" cpctl client add white 02:00:5e:10:00:01 wlan-2-3
+ends_with 0 "already" cpctl client add white 02:00:5e:10:00:01 wlan-2-3
+ends_with 0 "is in white of wlan-2-3" cpctl client check white 02:00:5e:10:00:01 wlan-2-3
+expect_equal "the table" "02:00:5e:10:00:01 dev wlan-2-3 table white" "$(cpctl client show white)"
+ends_with 0 "" cpctl client del white 02:00:5e:10:00:01 wlan-2-3
+ends_with 2 "nothing to delete" cpctl client del white 02:00:5e:10:00:01 wlan-2-3
+ends_with 2 "is not in white of wlan-2-3" cpctl client check white 02:00:5e:10:00:01 wlan-2-3
+
+step "rules, gateway and companions come back"
+ends_with 0 "" cpctl garden replace wlan-1-1 on '*.example.com' 198.51.100.0/24
+expect_equal "the garden" $'wlan-1-1: garden on rules 2\n    *.example.com\n    198.51.100.0/24' \
+	"$(cpctl garden show wlan-1-1)"
+ends_with 0 "" cpctl garden default replace portal.example
+expect_equal "the default rules" $'default: rules 1\n    portal.example' "$(cpctl garden show default)"
+ends_with 0 "" cpctl gateway set 192.0.2.254
+expect_equal "the gateway" "gateway 192.0.2.254" "$(cpctl gateway show)"
+ends_with 0 "" cpctl interface owe map wlan-1-14 wlan-1-2
+expect_equal "the companions" "wlan-1-14 dev wlan-1-2" "$(cpctl interface owe show)"
+ends_with 0 "" cpctl debug 3
+expect_log "[env_set] set debug_level = 3"
+ends_with 0 "" cpctl mirel mode on
+expect_log "CAPTIVE_PORTAL iface=27 enable_value=1"
+
+step "the file layer answers in the module's place"
+ends_with 0 "" cpctl interface set wlan-1-1 mode on
+ends_with 0 "FIGETBSZ" cpctl interface show wlan-1-1
+expect_contains "the settings" "wlan-1-1: mode unknown block-https unknown garden on rules 2" \
+	"$(cpctl interface show wlan-1-1 2>/dev/null)"
+
+step "another program has the device"
+hold_device 1
+ends_with 0 "gateway 192.0.2.254" cpctl --wait 30 gateway show
+wait
+hold_device 600
+ends_with 3 "in use by another program" cpctl --wait 0.2 gateway show
+kill %%
+wait || true
+ends_with 0 "gateway 192.0.2.254" cpctl gateway show
+
+step "the device may not be opened"
+chmod 0600 /dev/CP_dev
+ends_with 3 "permission denied" setpriv --reuid 65534 --regid 65534 --clear-groups \
+	--inh-caps=-all --bounding-set=-all /payload/bin/cpctl gateway show
+unload_module

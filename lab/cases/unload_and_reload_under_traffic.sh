@@ -1,0 +1,47 @@
+# The module is unloaded and loaded again, ten times, while clients send all
+# that they can: redirected, admitted and dropped traffic. Nothing breaks, and
+# the portal works at the end as at the beginning.
+#
+#   client-1-1 eth0 -- wlan-1-1 \
+#   client-1-2 eth0 -- wlan-1-2  br0 -- uplink0 -- upstream
+#   client-lan0 eth0 ---- lan0  /
+
+make_topology 1-1 1-2 lan0
+start_services
+give_address 1-1 61
+give_address 1-2 62
+give_address lan0 63
+
+set_up() {
+	load_module
+	cpctl interface set wlan-1-1 mode on
+	cpctl interface set wlan-1-2 mode on
+	cpctl client add login "$(mac_of 1-2)" wlan-1-2
+}
+
+keep_asking() {
+	while :; do
+		in_client "$1" curl -q -s -o /dev/null --connect-timeout 0.3 --max-time 1 "$2" || true
+	done
+}
+# Ends when its process is killed at the end of the case.
+keep_asking 1-1 http://203.0.113.10/ &
+keep_asking 1-2 http://203.0.113.20/ &
+keep_asking lan0 "http://$AP_ADDRESS:10081/" &
+in_client 1-1 ping -n -q -i 0.005 203.0.113.10 >/dev/null &
+in_client 1-2 ping -n -q -i 0.005 203.0.113.10 >/dev/null &
+
+for round in {1..10}; do
+	set_up
+	expect_portal_page 1-1 http://203.0.113.10/round-$round 10081
+	expect_real_page 1-2 http://203.0.113.20/round-$round
+	before=$(date +%s%N)
+	unload_module
+	took=$((($(date +%s%N) - before) / 1000000))
+	step "round $round: unloaded in $took ms"
+	((took < 5000)) || fail "unloading took $took ms"
+done
+step "without the module the network is open"
+expect_real_page 1-1 http://203.0.113.10/open
+set_up
+expect_portal_page 1-1 http://203.0.113.10/end 10081

@@ -1,0 +1,18 @@
+# What a lab case sees: sourced before the case, in the guest, by lab/guest/session.
+#
+# Set: LAB (this tree), CASE (the case's name), CASE_FILE, CASE_DIR (what the
+# host gets back of it), MODULE (captive_portal.ko).
+
+set -Eeuo pipefail
+LAB=/payload/lab
+MODULE=/payload/captive_portal.ko
+: "${CASE:?}" "${CASE_DIR:?}" "${CASE_FILE:?}"
+
+. "$LAB/lib/assert.sh"
+. "$LAB/lib/topology.sh"
+. "$LAB/lib/services.sh"
+. "$LAB/lib/traffic.sh"
+. "$LAB/lib/capture.sh"
+. "$LAB/lib/module.sh"
+
+trap 'report_failed_command "$BASH_COMMAND" $?' ERR

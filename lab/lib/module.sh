@@ -1,0 +1,30 @@
+# The module, its command line, and the kernel's log.
+#
+#   load_module [PARAMETER=VALUE...] / unload_module / module_is_loaded
+#   cpctl ...                 the command line of the project
+#   log_since_start           what the kernel said since the case began
+#   expect_log TEXT           waits until a line has TEXT, letter for letter
+#   expect_no_log TEXT
+
+load_module() {
+	insmod "$MODULE" "$@"
+	wait_until 10 "the control device is there" test -c /dev/CP_dev
+}
+
+unload_module() { rmmod captive_portal; }
+
+module_is_loaded() { [[ -d /sys/module/captive_portal ]]; }
+
+cpctl() { /payload/bin/cpctl "$@"; }
+
+log_since_start() { dmesg | sed "1,/ lab: case $CASE begins\$/d"; }
+
+log_has() { log_since_start | grep -qF -- "$1"; }
+
+expect_log() { wait_until 10 "the kernel's log has the line: $1" log_has "$1"; }
+
+expect_no_log() {
+	local lines
+	lines=$(log_since_start | grep -F -- "$1" || true)
+	[[ -z $lines ]] || fail "the kernel's log should not have: $lines"
+}

@@ -1,0 +1,2 @@
+# Expected verdict: fail, with the text: killed after
+sleep 1000

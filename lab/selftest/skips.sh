@@ -1,0 +1,2 @@
+# Expected verdict: skip
+skip "it is meant to"

@@ -1,0 +1,2 @@
+# Expected verdict: fail, with the text: it never ran, or never ended
+busybox poweroff -f

@@ -1,0 +1,136 @@
+# The stages of scripts/test, each a function that runs in a shell of its own,
+# says what it likes, and calls "record VERDICT NAME" for every single test.
+
+host_packages=(cmake ninja-build g++ libc6-dev libgtest-dev libcli11-dev util-linux)
+style_packages=(clang-format clang-tidy)
+
+install_for_tests() {
+	need_packages "${host_packages[@]}" "${style_packages[@]}" make gcc rsync kmod binutils \
+		qemu-system-x86 squashfs-tools cpio xz-utils \
+		linux-source-6.1 flex bison bc pahole libelf1 libssl3 zlib1g
+}
+
+# record VERDICT NAME  one test's verdict, of the stage that runs.
+record() { printf '%s %s\n' "$1" "$2" >>"$reports/$stage.verdicts"; }
+
+# check NAME COMMAND...  one test that is one command.
+check() {
+	local name=$1
+	shift
+	if "$@"; then record pass "$name"; else
+		echo "$name: failed"
+		record fail "$name"
+	fi
+}
+
+# project_files PATTERN...  the sources, wherever git is not at hand or not trusted.
+project_files() {
+	local pattern names=()
+	for pattern; do names+=(-o -name "$pattern"); done
+	find "$project_root" \( -name .git -o -name 'build*' -type d \) -prune -o -type f \( "${names[@]:1}" \) -print
+}
+
+# --- style ----------------------------------------------------------------------
+
+shell_syntax() {
+	local file bad=0
+	while read -r file; do
+		bash -n "$file" || bad=1
+	done < <(grep -rlE --exclude-dir=.git --exclude-dir='build*' '^#!/bin/(ba)?sh' "$project_root"; project_files '*.sh')
+	return "$bad"
+}
+
+format() { project_files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror; }
+
+stage_style() {
+	need_packages "${style_packages[@]}"
+	check shell-syntax shell_syntax
+	check clang-format format
+}
+
+stage_tidy() {
+	need_packages "${style_packages[@]}" "${host_packages[@]}"
+	local build=$cache_dir/build/host-address
+	[[ -s $build/compile_commands.json ]] || configure_host address
+	check clang-tidy tidy "$build"
+}
+
+tidy() {
+	find "$project_root"/{base,core,gatekeeper,portal,garden,platform/host,tools} -name '*.cpp' -print0 |
+		xargs -0 -n 1 -P "$(nproc)" clang-tidy -p "$1" --quiet --warnings-as-errors='*'
+}
+
+# --- host tests -------------------------------------------------------------------
+
+configure_host() {
+	cmake -S "$project_root" -B "$cache_dir/build/host-$1" -G Ninja -DCAPTIVE_PORTAL_SANITIZE="$1"
+}
+
+# CTest's report names every test case on a line of its own.
+host_tests() {
+	local sanitizer=$1 build=$cache_dir/build/host-$1 report
+	report=$build/ctest.xml
+	need_packages "${host_packages[@]}"
+	rm -f "$report"
+	configure_host "$sanitizer"
+	cmake --build "$build" -j"$(nproc)" -- -k 0
+	ctest --test-dir "$build" -j"$(nproc)" --timeout 300 --output-on-failure --no-tests=error \
+		--output-junit "$report" >"$build/ctest.log" 2>&1 || tail -n 200 "$build/ctest.log"
+	awk -v RS='<testcase ' 'NR > 1 {
+		match($0, /name="[^"]*"/); name = substr($0, RSTART + 6, RLENGTH - 7)
+		if (/status="run"/) verdict = "pass"
+		else if (/SKIP_/) verdict = "skip"
+		else verdict = "fail"
+		print verdict, name
+	}' "$report" >>"$reports/$stage.verdicts"
+}
+
+stage_host_address() { host_tests address; }
+stage_host_thread() { host_tests thread; }
+
+# --- the module, kernel by kernel ---------------------------------------------------
+
+prepare_kernel() { check "$1 is there to boot" "$project_root/lab/kernels/prepare" "$1"; }
+
+module_build() {
+	local kernel=$1 dir copy=$cache_dir/modules/$1
+	dir=$("$project_root/lab/kernels/prepare" "$kernel")
+	check "module for $kernel" with_cache_lock "module-$kernel" \
+		"$project_root/scripts/build-module" "$dir/build" "$copy" ARCH="$(<"$dir/arch")"
+	# The debug kernel's sanitizer makes constructors of its own.
+	[[ $kernel == um-debug ]] ||
+		check "sections and symbols of the module for $kernel" \
+			"$copy/platform/linux/check-module.sh" "$copy/captive_portal.ko"
+}
+
+stage_kernel_um() { prepare_kernel um; }
+stage_kernel_um_debug() { prepare_kernel um-debug; }
+stage_module_um() { module_build um; }
+stage_module_um_debug() { module_build um-debug; }
+stage_module_debian_6_1() { module_build debian-6.1; }
+stage_module_debian_6_12() { module_build debian-6.12; }
+
+# --- the lab ------------------------------------------------------------------------
+
+lab() {
+	local output=$reports/$stage.cases
+	"$project_root/lab/run-cases" --kernel "$1" >"$output" || true
+	cat "$output"
+	sed -nE 's/^(pass|fail|skip) ([^ ]+) \(.*/\1 \2/p' "$output" >>"$reports/$stage.verdicts"
+	# Its last line says that it came to its end.
+	tail -n 1 "$output" | grep -qE '^[0-9]+ passed, [0-9]+ failed, [0-9]+ skipped$'
+}
+
+stage_lab_um() { lab um; }
+stage_lab_um_debug() { lab um-debug; }
+stage_lab_debian_6_1() { lab debian-6.1; }
+stage_lab_debian_6_12() { lab debian-6.12; }
+
+# The runner is what all of the above believe in.
+stage_runner() {
+	local output=$reports/$stage.cases
+	"$project_root/lab/selftest/run" um >"$output" || true
+	cat "$output"
+	sed -nE 's/^(pass|fail) (.*) \(0 s\)$/\1 \2/p' "$output" >>"$reports/$stage.verdicts"
+	tail -n 1 "$output" | grep -qE '^[0-9]+ passed, [0-9]+ failed, [0-9]+ skipped$'
+}

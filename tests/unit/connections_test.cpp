@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "portal/connections.h"
+
+#include "base/lock.h"
+#include "portal/interface_table.h"
+#include "tests/support/host_test.h"
+#include "tests/unit/portal_case.h"
+
+namespace captive_portal::test
+{
+
+namespace
+{
+
+constexpr Mac server_mac = {0x02, 0x22, 0, 0, 0, 0xfe};
+constexpr Mac other_mac = {0x02, 0x22, 0, 0, 0, 0xfd};
+
+constexpr Connection first = {3, ipv4(192, 168, 1, 11), 51000, ipv4(203, 0, 113, 10), 80, server_mac};
+constexpr Connection second = {3, ipv4(192, 168, 1, 11), 51001, ipv4(203, 0, 113, 10), 443, server_mac};
+constexpr Connection third = {3, ipv4(192, 168, 1, 12), 51000, ipv4(198, 51, 100, 20), 80, other_mac};
+
+Client client_of(const Connection &connection)
+{
+	return {connection.client, be16::from_host(connection.client_port)};
+}
+
+class Connections : public HostTest
+{
+protected:
+	void SetUp() override { load_module(); }
+
+	// Removes the client's first entry in the row; false when there is none.
+	bool remove(uint32_t row, const Client &client)
+	{
+		const LockGuard guard(Lock::change_ip_port);
+		table_list_entry **const link = find_connection(row, client);
+		if (link == nullptr) {
+			return false;
+		}
+		remove_connection(link);
+		return true;
+	}
+};
+
+TEST_F(Connections, AreAppendedWithAllTheirFields)
+{
+	record(first);
+	record(second);
+	record(third);
+	EXPECT_EQ(connections(), (std::vector{first, second, third}));
+}
+
+TEST_F(Connections, AreKeptByRow)
+{
+	Connection elsewhere = second;
+	elsewhere.row = 27;
+	record(elsewhere);
+	record(first);
+	EXPECT_EQ(connections(), (std::vector{first, elsewhere}));
+	EXPECT_FALSE(remove(4, client_of(first)));
+	EXPECT_FALSE(remove(27, client_of(first)));
+	EXPECT_TRUE(remove(3, client_of(first)));
+	EXPECT_EQ(connections(), std::vector{elsewhere});
+}
+
+TEST_F(Connections, AreNotRecordedWithoutMemory)
+{
+	record(first);
+	machine.memory.fail_allocation(1);
+	record(second);
+	EXPECT_EQ(connections(), std::vector{first});
+	record(third);
+	EXPECT_EQ(connections(), (std::vector{first, third}));
+}
+
+TEST_F(Connections, TakeOneAllocationEachAndTheLockOnce)
+{
+	const uint64_t attempts = machine.memory.attempts();
+	const uint64_t holds = machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT);
+	record(first);
+	EXPECT_EQ(machine.memory.attempts(), attempts + 1);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT), holds + 1);
+	EXPECT_TRUE(update_connection(3, client_of(first), {ipv4(1, 1, 1, 1), be16::from_host(80)}));
+	EXPECT_EQ(machine.memory.attempts(), attempts + 1);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT), holds + 2);
+}
+
+TEST_F(Connections, ChangeTheirDestinationButNotTheirMac)
+{
+	record(third);
+	record(first);
+	EXPECT_TRUE(update_connection(3, client_of(first), {ipv4(198, 51, 100, 20), be16::from_host(443)}));
+	Connection changed = first;
+	changed.server = ipv4(198, 51, 100, 20);
+	changed.server_port = 443;
+	EXPECT_EQ(connections(), (std::vector{third, changed}));
+}
+
+TEST_F(Connections, AreFoundByAddressAndPortTogether)
+{
+	record(first);
+	const Destination destination = {ipv4(9, 9, 9, 9), be16::from_host(80)};
+	EXPECT_FALSE(update_connection(3, {first.client, be16::from_host(51001)}, destination));
+	EXPECT_FALSE(update_connection(3, {ipv4(192, 168, 1, 12), be16::from_host(51000)}, destination));
+	EXPECT_FALSE(update_connection(2, client_of(first), destination));
+	EXPECT_EQ(connections(), std::vector{first});
+}
+
+TEST_F(Connections, OfTheSameClientAndPortAreTakenInOrder)
+{
+	Connection twin = first;
+	twin.server_port = 443;
+	record(first);
+	record(twin);
+	EXPECT_TRUE(update_connection(3, client_of(first), {ipv4(9, 9, 9, 9), be16::from_host(8080)}));
+	Connection changed = first;
+	changed.server = ipv4(9, 9, 9, 9);
+	changed.server_port = 8080;
+	EXPECT_EQ(connections(), (std::vector{changed, twin}));
+	EXPECT_TRUE(remove(3, client_of(first)));
+	EXPECT_EQ(connections(), std::vector{twin});
+}
+
+TEST_F(Connections, AreRemovedAtTheHeadInTheMiddleAndAtTheTail)
+{
+	const std::vector<Connection> all = {first, second, third};
+	for (size_t i = 0; i < all.size(); ++i) {
+		for (const Connection &connection : all) {
+			record(connection);
+		}
+		std::vector<Connection> left = all;
+		left.erase(left.begin() + static_cast<ptrdiff_t>(i));
+		EXPECT_TRUE(remove(3, client_of(all[i])));
+		EXPECT_EQ(connections(), left);
+		for (const Connection &connection : left) {
+			EXPECT_TRUE(remove(3, client_of(connection)));
+		}
+		EXPECT_EQ(captive_portal_table[3].table_list, nullptr);
+		EXPECT_TRUE(machine.live_allocations().empty());
+	}
+}
+
+TEST_F(Connections, HaveNoLimit)
+{
+	for (uint32_t i = 0; i < 2000; ++i) {
+		record({24, ipv4(10, 0, 0, 1), static_cast<uint16_t>(i), ipv4(203, 0, 113, 10), 80, server_mac});
+	}
+	EXPECT_EQ(connections().size(), 2000u);
+	EXPECT_EQ(connections().back().client_port, 1999);
+}
+
+} // namespace
+
+} // namespace captive_portal::test

@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// cpctl and the module's own core together: what one writes, the other understands.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "base/debug_level.h"
+#include "cpctl/command_line.h"
+#include "garden/walled_garden.h"
+#include "portal/interface_table.h"
+#include "tests/support/host_test.h"
+#include "tests/support/user_buffer.h"
+
+namespace captive_portal::test
+{
+
+namespace
+{
+
+// The control device of the machine, with records in its user memory.
+class MachineDevice : public cpctl::ControlDevice
+{
+public:
+	explicit MachineDevice(host::Machine &machine, bool file_layer_answers)
+	    : machine_(machine), file_layer_answers_(file_layer_answers)
+	{
+		EXPECT_EQ(machine_.open(), 0);
+	}
+	MachineDevice(const MachineDevice &) = delete;
+	MachineDevice &operator=(const MachineDevice &) = delete;
+	~MachineDevice() override { EXPECT_EQ(machine_.release(), 0); }
+
+	long exchange(cp_command command, std::span<std::byte> record) override
+	{
+		if (command == CAPTIVE_PORTAL_IOCTL_GET && file_layer_answers_) {
+			const uint32_t block_size = 4096;
+			std::memcpy(record.data(), &block_size, sizeof(block_size));
+			return 0;
+		}
+		UserBuffer user(machine_, record.size());
+		user.write(record);
+		const long result = machine_.ioctl(command, user.address());
+		std::ranges::copy(user.read(), record.begin());
+		return result;
+	}
+
+	long pass_value(cp_command command, uint32_t value) override { return machine_.ioctl(command, value); }
+
+private:
+	host::Machine &machine_;
+	bool file_layer_answers_;
+};
+
+class CpctlWithTheCore : public HostTest
+{
+protected:
+	void SetUp() override { load_module(); }
+
+	int run(const std::vector<std::string> &words)
+	{
+		std::ostringstream out_stream;
+		std::ostringstream err_stream;
+		const auto open = [this](const std::string &, std::chrono::milliseconds) {
+			return std::make_unique<MachineDevice>(machine, file_layer_answers);
+		};
+		const cpctl::ExitCode code = cpctl::run_command_line(words, open, out_stream, err_stream);
+		out = out_stream.str();
+		err = err_stream.str();
+		return static_cast<int>(code);
+	}
+
+	// A command that is done, without a word on the error output; returns the answer.
+	std::string answer(const std::vector<std::string> &words)
+	{
+		EXPECT_EQ(run(words), 0) << err;
+		EXPECT_EQ(err, "");
+		return out;
+	}
+
+	bool file_layer_answers = false;
+	std::string out;
+	std::string err;
+};
+
+TEST_F(CpctlWithTheCore, ClientsComeAndGoInEveryTable)
+{
+	for (const std::string table :
+	     {"white", "auth", "login", "ga-white", "mac-auth-fallback", "mirel-white", "mirel-black"}) {
+		SCOPED_TRACE(table);
+		const bool mirel = table.starts_with("mirel");
+		const auto words = [&](const char *command, bool with_mac) {
+			std::vector<std::string> result = {"client", command, table};
+			if (with_mac) {
+				result.emplace_back("02:00:5e:10:00:01");
+			}
+			if (!mirel) {
+				result.emplace_back("wlan-2-3");
+			}
+			return result;
+		};
+		const std::string place = table + (mirel ? "" : " of wlan-2-3");
+		EXPECT_EQ(run(words("check", true)), 2);
+		EXPECT_EQ(answer(words("add", true)), "");
+		EXPECT_EQ(answer(words("check", true)), "02:00:5e:10:00:01 is in " + place + "\n");
+		EXPECT_EQ(answer(words("show", false)),
+			  "02:00:5e:10:00:01 " + std::string(mirel ? "" : "dev wlan-2-3 ") + "table " + table + "\n");
+		EXPECT_EQ(answer({"client", "show", table}), out);
+		EXPECT_EQ(run(words("add", true)), 0);
+		EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is in " + place + " already: no second entry made\n");
+		EXPECT_EQ(answer(words("del", true)), "");
+		EXPECT_EQ(run(words("del", true)), 2);
+		EXPECT_EQ(answer(words("add", true)), "");
+		EXPECT_EQ(answer(words("flush", false)), "");
+		EXPECT_EQ(answer(words("show", false)), "");
+	}
+}
+
+TEST_F(CpctlWithTheCore, FlushPortalLeavesOtherInterfacesAndMirelAlone)
+{
+	for (const char *table : {"white", "auth", "login", "ga-white", "mac-auth-fallback"}) {
+		(void)answer({"client", "add", table, "02:00:5e:10:00:01", "wlan-1-1"});
+		(void)answer({"client", "add", table, "02:00:5e:10:00:02", "wlan-3-8"});
+	}
+	(void)answer({"client", "add", "mirel-black", "02:00:5e:10:00:01"});
+	(void)answer({"client", "flush", "portal", "wlan-1-1"});
+	EXPECT_EQ(answer({"client", "show", "login"}), "02:00:5e:10:00:02 dev wlan-3-8 table login\n");
+	EXPECT_EQ(answer({"client", "show", "mirel-black"}), "02:00:5e:10:00:01 table mirel-black\n");
+	(void)answer({"client", "flush", "portal", "all"});
+	EXPECT_EQ(answer({"client", "show", "login"}), "");
+}
+
+TEST_F(CpctlWithTheCore, FlushOneByOneReachesBehindTheEndOfAReply)
+{
+	for (unsigned i = 0; i < 1040; i++) {
+		gk_cmd record = {};
+		record.cmd = ADD_LOGIN_MAC;
+		std::memcpy(record.iface, "wlan-1-1", 8);
+		record.mac[0] = 0x02;
+		record.mac[4] = static_cast<uint8_t>(i >> 8);
+		record.mac[5] = static_cast<uint8_t>(i);
+		MachineDevice device(machine, false);
+		ASSERT_EQ(device.exchange(GATEKEEPER_IOCTL_SET, std::as_writable_bytes(std::span(&record, 1))), 0);
+	}
+	(void)answer({"client", "flush", "login", "wlan-1-1"});
+	EXPECT_EQ(answer({"client", "show", "login", "wlan-1-1"}), "");
+}
+
+TEST_F(CpctlWithTheCore, DelTakesDuplicatesThatADaemonMade)
+{
+	gk_cmd record = {};
+	record.cmd = ADD_WHITELIST_MAC;
+	std::memcpy(record.iface, "wlan-1-1", 8);
+	std::memcpy(record.mac, "\x02\x00\x5e\x10\x00\x01", 6);
+	for (int i = 0; i < 3; i++) {
+		MachineDevice device(machine, false);
+		ASSERT_EQ(device.exchange(GATEKEEPER_IOCTL_SET, std::as_writable_bytes(std::span(&record, 1))), 0);
+	}
+	(void)answer({"client", "del", "white", "02:00:5e:10:00:01", "wlan-1-1"});
+	EXPECT_EQ(answer({"client", "show", "white"}), "");
+}
+
+TEST_F(CpctlWithTheCore, SaysWhenTheModuleHasNoMemoryForAClient)
+{
+	// Copies of records come before the entry: of the question for it, and of the command.
+	machine.memory.fail_allocation(3);
+	EXPECT_EQ(run({"client", "add", "login", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
+	EXPECT_EQ(err,
+		  "cpctl: 02:00:5e:10:00:01 is not in login of wlan-1-1 though the module took the command: see the "
+		  "kernel log (dmesg)\n");
+}
+
+TEST_F(CpctlWithTheCore, InterfaceSettingsComeBack)
+{
+	EXPECT_EQ(
+		answer({"interface", "show", "wlan-1-1"}),
+		"wlan-1-1: mode off block-https block garden off rules 0 disconnection drop-all connected mark 5200 ap "
+		"0.0.0.0\n");
+	(void)answer({"interface", "set", "wlan-1-1", "mode", "internet-passes", "block-https", "redirect", "garden",
+		      "on", "disconnection", "pass-dhcp", "disconnected"});
+	EXPECT_EQ(answer({"interface", "show", "wlan-1-1"}),
+		  "wlan-1-1: mode internet-passes block-https redirect garden on rules 0 disconnection pass-dhcp "
+		  "disconnected mark 5200 ap 0.0.0.0\n");
+	(void)answer({"interface", "set", "wlan-1-2", "logout", "198.51.100.100"});
+	EXPECT_STREQ(captive_portal_table[1].logout_ip, "198.51.100.100");
+	(void)answer({"interface", "set", "wlan-1-2", "logout", "none"});
+	EXPECT_STREQ(captive_portal_table[1].logout_ip, "");
+}
+
+TEST_F(CpctlWithTheCore, SettingsAreStoredWhereTheFileLayerAnswersForTheModule)
+{
+	file_layer_answers = true;
+	(void)answer({"interface", "set", "wlan-3-8", "mode", "drop-tcp"});
+	EXPECT_EQ(captive_portal_table[23].cp_mode, 8U);
+	EXPECT_EQ(run({"interface", "show", "wlan-3-8"}), 0);
+	EXPECT_EQ(out,
+		  "wlan-3-8: mode unknown block-https unknown garden off rules 0 disconnection drop-all connected mark "
+		  "5247 ap unknown\n");
+	EXPECT_NE(err.find("FIGETBSZ"), std::string::npos);
+}
+
+TEST_F(CpctlWithTheCore, OweCompanionsComeBack)
+{
+	(void)answer({"interface", "owe", "map", "wlan-3-16", "wlan-1-1"});
+	EXPECT_EQ(answer({"interface", "owe", "show"}), "wlan-3-16 dev wlan-1-1\n");
+	(void)answer({"interface", "owe", "flush"});
+	EXPECT_EQ(answer({"interface", "owe", "show"}), "");
+}
+
+TEST_F(CpctlWithTheCore, GardensComeBack)
+{
+	(void)answer({"garden", "replace", "wlan-2-1", "on", "*.example.com", "10.1.2.0/24", "192.0.2.1",
+		      "10.0.2.0/255.0.255.0", std::string(127, 'a')});
+	EXPECT_EQ(answer({"garden", "show", "wlan-2-1"}),
+		  "wlan-2-1: garden on rules 5\n    *.example.com\n    10.1.2.0/24\n"
+		  "    192.0.2.1\n    10.0.2.0/255.0.255.0\n    " +
+			  std::string(127, 'a') + "\n");
+	std::vector<std::string> names = {"garden", "default", "replace"};
+	names.insert(names.end(), 24, "portal.example");
+	(void)answer(names);
+	EXPECT_EQ(answer({"garden", "show", "default"}).substr(0, 41), "default: rules 24\n    portal.example\n    ");
+	(void)answer({"garden", "default", "replace"});
+	EXPECT_EQ(answer({"garden", "show", "default"}), "default: rules 0\n");
+}
+
+TEST_F(CpctlWithTheCore, SaysWhenTheModuleHasNoMemoryForARule)
+{
+	// Before it come two copies of the record and the first rule.
+	machine.memory.fail_allocation(4);
+	EXPECT_EQ(run({"garden", "replace", "wlan-1-1", "on", "a.example", "b.example"}), 2);
+	EXPECT_EQ(err, "cpctl: wlan-1-1: the module kept 1 of 2 rules: is the kernel out of memory? See dmesg\n");
+}
+
+TEST_F(CpctlWithTheCore, MirelHasItsOwnRow)
+{
+	(void)answer({"mirel", "mode", "on"});
+	EXPECT_EQ(captive_portal_table[27].cp_mode, 1U);
+	(void)answer({"mirel", "garden", "replace", "*.example.com"});
+	EXPECT_EQ(walled_garden_table[27].enable_value, 1U);
+}
+
+TEST_F(CpctlWithTheCore, GatewayFilterAndDebugLevel)
+{
+	EXPECT_EQ(answer({"gateway", "show"}), "gateway none\n");
+	(void)answer({"gateway", "set", "192.0.2.254"});
+	EXPECT_EQ(answer({"gateway", "show"}), "gateway 192.0.2.254\n");
+	(void)answer({"dns-filter", "on"});
+	EXPECT_EQ(dns_filter_activate, 1U);
+	(void)answer({"debug", "3"});
+	EXPECT_EQ(debug_level, 3);
+}
+
+} // namespace
+
+} // namespace captive_portal::test

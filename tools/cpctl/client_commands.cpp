@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "cpctl/client_commands.h"
+
+#include <vector>
+
+#include "cpctl/failure.h"
+#include "cpctl/interface_names.h"
+
+namespace cpctl
+{
+
+namespace
+{
+
+// The word for every interface; the module's flush sub-commands take it in the place of a name.
+constexpr std::string_view all_interfaces = "all";
+// Flushes the tables of an interface in one call of the module.
+constexpr std::string_view all_portal_tables = "portal";
+
+// One list of the module: a table, and the interface when the table has a list for each.
+struct List {
+	const ClientTable &table;
+	std::string interface;
+
+	[[nodiscard]] std::string text() const
+	{
+		return std::string(table.name) + (interface.empty() ? "" : " of ") + interface;
+	}
+};
+
+List find_list(const std::string &table_name, const std::string &interface)
+{
+	const ClientTable &table = find_client_table(table_name);
+	if (!table.per_interface && !interface.empty()) {
+		throw usage_failure("table " + table_name + " is one for all interfaces: name none");
+	}
+	if (table.per_interface && interface.empty()) {
+		throw usage_failure("table " + table_name + " is kept for each interface: name one");
+	}
+	return {table, table.per_interface ? parse_interface(interface).name : ""};
+}
+
+// The lists of a table: of one interface, or of every one.
+std::vector<List> find_lists(const std::string &table_name, const std::string &interface, bool every_interface)
+{
+	const ClientTable &table = find_client_table(table_name);
+	if (!every_interface || !table.per_interface) {
+		return {find_list(table_name, interface)};
+	}
+	std::vector<List> lists;
+	for (uint32_t row = 0; row < CP_WIRELESS_INTERFACES; row++) {
+		lists.push_back({table, interface_of_row(row).name});
+	}
+	return lists;
+}
+
+Presence presence(const Session &session, const List &list, const MacAddress &mac)
+{
+	return session.portal.presence(list.table, mac, list.interface);
+}
+
+// The white list's sub-commands take the address off the black list first; where they are not needed for the white list
+// itself, that must not be lost.
+void leave_mirel_black_list(const Session &session, const MacAddress &mac)
+{
+	const List black = {find_client_table("mirel-black"), ""};
+	if (presence(session, black, mac) == Presence::listed) {
+		session.portal.change_clients(black.table.del, {}, mac);
+	}
+}
+
+// Deletes the address until the list is free of it. Deleting from a list that is too long to be read whole is one call.
+void delete_all_entries(const Session &session, const List &list, const MacAddress &mac)
+{
+	Presence before = Presence::unknown;
+	// A list that never ends to hold the address is refused below instead of being tried for ever.
+	for (uint32_t tries = 0; tries < GK_LIST_SLOTS; tries++) {
+		session.portal.change_clients(list.table.del, list.interface, mac);
+		before = presence(session, list, mac);
+		if (before != Presence::listed) {
+			break;
+		}
+	}
+	if (before == Presence::listed) {
+		throw refusal(format_mac(mac) + " is still in " + list.text() + ": see the kernel log (dmesg)");
+	}
+	if (before == Presence::unknown) {
+		session.note(list.text() + " is too long to be read whole: the deletion could not be verified");
+	}
+}
+
+void require_empty(const Session &session, const List &list)
+{
+	if (!session.portal.clients(list.table, list.interface).clients.empty()) {
+		throw refusal(list.text() + " is not empty after the flush: see the kernel log (dmesg)");
+	}
+}
+
+void flush_one_by_one(const Session &session, const List &list)
+{
+	for (;;) {
+		const ClientList listed = session.portal.clients(list.table, list.interface);
+		for (const MacAddress &mac : listed.clients) {
+			session.portal.change_clients(list.table.del, list.interface, mac);
+		}
+		if (listed.complete) {
+			break;
+		}
+		// More came into view: go on as long as the deletions have an effect.
+		if (session.portal.clients(list.table, list.interface).clients == listed.clients) {
+			break;
+		}
+	}
+	require_empty(session, list);
+}
+
+Action flush_portal_tables(const std::string &interface)
+{
+	if (interface.empty()) {
+		throw usage_failure("name the interface whose tables are to be emptied, or 'all'");
+	}
+	const bool every_interface = interface == all_interfaces;
+	std::vector<List> lists;
+	for (const ClientTable &table : client_tables()) {
+		if (table.per_interface) {
+			for (List &list : find_lists(std::string(table.name), interface, every_interface)) {
+				lists.push_back(list);
+			}
+		}
+	}
+	return [interface, lists](const Session &session) {
+		session.portal.change_clients(FLUSH_CAPTIVE_PORTAL_TABLE, interface);
+		for (const List &list : lists) {
+			require_empty(session, list);
+		}
+	};
+}
+
+} // namespace
+
+Action add_client(const std::string &table, const std::string &mac_text, const std::string &interface)
+{
+	const List list = find_list(table, interface);
+	const MacAddress mac = parse_station_mac(mac_text);
+	return [list, mac](const Session &session) {
+		if (presence(session, list, mac) == Presence::listed) {
+			session.note(format_mac(mac) + " is in " + list.text() + " already: no second entry made");
+			if (list.table.add == ADD_MIREL_WHITE_LIST_MAC) {
+				leave_mirel_black_list(session, mac);
+			}
+			return;
+		}
+		session.portal.change_clients(list.table.add, list.interface, mac);
+		switch (presence(session, list, mac)) {
+		case Presence::listed:
+			return;
+		case Presence::not_listed:
+			throw refusal(format_mac(mac) + " is not in " + list.text() +
+				      " though the module took the command: see the kernel log (dmesg)");
+		case Presence::unknown:
+			session.note(list.text() + " is too long to be read whole: the entry could not be verified");
+		}
+	};
+}
+
+Action delete_client(const std::string &table, const std::string &mac_text, const std::string &interface)
+{
+	const List list = find_list(table, interface);
+	const MacAddress mac = parse_mac(mac_text);
+	return [list, mac](const Session &session) {
+		if (presence(session, list, mac) == Presence::not_listed) {
+			throw refusal(format_mac(mac) + " is not in " + list.text() + ": nothing to delete");
+		}
+		delete_all_entries(session, list, mac);
+	};
+}
+
+Action show_clients(const std::string &table, const std::string &interface)
+{
+	const std::vector<List> lists = find_lists(table, interface, interface.empty());
+	return [lists](const Session &session) {
+		for (const List &list : lists) {
+			const ClientList listed = session.portal.clients(list.table, list.interface);
+			for (const MacAddress &mac : listed.clients) {
+				session.out << format_mac(mac) << (list.interface.empty() ? "" : " dev ")
+					    << list.interface << " table " << list.table.name << '\n';
+			}
+			if (!listed.complete) {
+				session.note("the module tells the first " + std::to_string(GK_LIST_SLOTS) +
+					     " clients of a list; " + list.text() + " may have more");
+			}
+		}
+	};
+}
+
+Action check_client(const std::string &table, const std::string &mac_text, const std::string &interface)
+{
+	const List list = find_list(table, interface);
+	const MacAddress mac = parse_mac(mac_text);
+	return [list, mac](const Session &session) {
+		switch (presence(session, list, mac)) {
+		case Presence::listed:
+			session.out << format_mac(mac) << " is in " << list.text() << '\n';
+			return;
+		case Presence::not_listed:
+			throw refusal(format_mac(mac) + " is not in " + list.text());
+		case Presence::unknown:
+			throw refusal(format_mac(mac) + " is not among the clients of " + list.text() +
+				      " that the module tells, and there may be more");
+		}
+	};
+}
+
+Action flush_clients(const std::string &table_name, const std::string &interface)
+{
+	if (table_name == all_portal_tables) {
+		return flush_portal_tables(interface);
+	}
+	const bool every_interface = interface == all_interfaces;
+	const std::vector<List> lists = find_lists(table_name, interface, every_interface);
+	return [lists, interface](const Session &session) {
+		const ClientTable &table = lists.front().table;
+		if (!table.flush) {
+			for (const List &list : lists) {
+				flush_one_by_one(session, list);
+			}
+			return;
+		}
+		session.portal.change_clients(*table.flush, interface);
+		for (const List &list : lists) {
+			require_empty(session, list);
+		}
+	};
+}
+
+} // namespace cpctl

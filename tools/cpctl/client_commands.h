@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// cpctl client: the tables of client MAC addresses. Each function checks its arguments (usage failures) and gives the
+// command. `interface` is empty when none was written.
+#pragma once
+
+#include <string>
+
+#include "cpctl/session.h"
+
+namespace cpctl
+{
+
+// Adds the client unless it is listed already: a second entry would outlive one deletion.
+[[nodiscard]] Action add_client(const std::string &table, const std::string &mac, const std::string &interface);
+
+// Deletes every entry of the client; a client that is not listed is a refusal.
+[[nodiscard]] Action delete_client(const std::string &table, const std::string &mac, const std::string &interface);
+
+// Lists a table, of all interfaces when none is named.
+[[nodiscard]] Action show_clients(const std::string &table, const std::string &interface);
+
+// Says whether the client is listed; a refusal when it is not, so that scripts can ask.
+[[nodiscard]] Action check_client(const std::string &table, const std::string &mac, const std::string &interface);
+
+// Empties a table, or the five per-interface tables ("portal"), of an interface or of all of them ("all").
+[[nodiscard]] Action flush_clients(const std::string &table, const std::string &interface);
+
+} // namespace cpctl

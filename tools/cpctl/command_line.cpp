@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "cpctl/command_line.h"
+
+#include <algorithm>
+
+#include <CLI/CLI.hpp>
+
+#include "cpctl/client_commands.h"
+#include "cpctl/garden_commands.h"
+#include "cpctl/interface_commands.h"
+#include "cpctl/system_commands.h"
+
+namespace cpctl
+{
+
+namespace
+{
+
+constexpr std::string_view exit_codes_help =
+	"Exit codes: 0 done, 1 wrong command line, 2 refused by the module or not there, 3 no module or no permission.";
+
+// The longest that --wait takes: a day.
+constexpr double longest_wait = 86400;
+
+std::chrono::milliseconds checked_wait(double seconds)
+{
+	// Not true for NaN, which the parser takes for a number.
+	if (!(seconds >= 0 && seconds <= longest_wait)) {
+		throw usage_failure("--wait takes 0 to 86400 seconds");
+	}
+	return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+// Where the parser puts the words; one command fills a part of them.
+struct Arguments {
+	std::string device = CP_DEVICE_PATH;
+	double wait_seconds = 2;
+
+	std::string table;
+	std::string mac;
+	std::string interface;
+	std::string owe_interface;
+	std::string value;
+	std::vector<std::string> words;
+};
+
+class CommandLine
+{
+public:
+	CommandLine()
+	{
+		app_.name("cpctl");
+		app_.set_version_flag("-V,--version", "cpctl " CPCTL_VERSION);
+		app_.add_option("-d,--device", arguments_.device, "The module's device file")
+			->type_name("PATH")
+			->capture_default_str();
+		app_.add_option("--wait", arguments_.wait_seconds,
+				"Seconds to wait while another program has the device open")
+			->type_name("SECONDS")
+			->capture_default_str();
+		app_.footer(std::string(exit_codes_help));
+		app_.require_subcommand(1);
+		app_.fallthrough();
+		describe_client();
+		describe_interface();
+		describe_garden();
+		describe_mirel();
+		describe_system();
+		label_usage();
+	}
+
+	// Throws CLI::ParseError and Failure.
+	void parse(std::vector<std::string> words)
+	{
+		// The parser takes the words from the back.
+		std::ranges::reverse(words);
+		app_.parse(words);
+	}
+
+	// Prints help or version when the words asked for them, else the mistake.
+	[[nodiscard]] ExitCode explain(const CLI::ParseError &mistake, std::ostream &out, std::ostream &err) const
+	{
+		if (mistake.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+			app_.exit(mistake, out, err);
+			return ExitCode::done;
+		}
+		// What the parser says of an unknown word, too, when a word that it knows has to come.
+		const bool word_missing = mistake.get_name() == "RequiredError" &&
+					  std::string_view(mistake.what()) == "A subcommand is required";
+		err << "cpctl: " << (word_missing ? "an object or a command is missing or not known" : mistake.what())
+		    << ": see --help, also after an object or a command\n";
+		return ExitCode::usage;
+	}
+
+	[[nodiscard]] const Action &action() const { return action_; }
+	[[nodiscard]] const std::string &device() const { return arguments_.device; }
+
+	[[nodiscard]] std::chrono::milliseconds wait() const { return checked_wait(arguments_.wait_seconds); }
+
+private:
+	using MakeAction = std::function<Action(const Arguments &arguments)>;
+
+	// A word that has commands of its own.
+	static CLI::App *add_object(CLI::App &parent, const char *name, const char *description)
+	{
+		CLI::App *object = parent.add_subcommand(name, description);
+		object->require_subcommand(1);
+		object->fallthrough();
+		return object;
+	}
+
+	CLI::App *add_command(CLI::App &object, const char *name, const char *description, const MakeAction &make)
+	{
+		CLI::App *command = object.add_subcommand(name, description);
+		command->fallthrough();
+		command->callback([this, make] { action_ = make(arguments_); });
+		return command;
+	}
+
+	void add_table(CLI::App &command, const char *also = "")
+	{
+		std::string names;
+		for (const ClientTable &table : client_tables()) {
+			names += names.empty() ? "" : ", ";
+			names += table.name;
+		}
+		command.add_option("TABLE", arguments_.table, names + also)->required();
+	}
+
+	CLI::Option *add_interface(CLI::App &command, const char *description)
+	{
+		return command.add_option("IFACE", arguments_.interface, description);
+	}
+
+	void add_rules(CLI::App &command, const char *name, const char *description)
+	{
+		command.add_option(name, arguments_.words, description);
+	}
+
+	void describe_client()
+	{
+		constexpr auto not_for_mirel = "wlan-1-1 to wlan-3-8; none for the mirel tables";
+		CLI::App &client = *add_object(app_, "client", "Tables of client MAC addresses");
+		CLI::App &add = *add_command(client, "add", "Add a client to a table", [](const Arguments &given) {
+			return add_client(given.table, given.mac, given.interface);
+		});
+		CLI::App &del = *add_command(client, "del", "Delete a client from a table", [](const Arguments &given) {
+			return delete_client(given.table, given.mac, given.interface);
+		});
+		CLI::App &show = *add_command(client, "show", "List a table", [](const Arguments &given) {
+			return show_clients(given.table, given.interface);
+		});
+		CLI::App &check = *add_command(
+			client, "check", "Say whether a client is in a table (exit code 2: no)",
+			[](const Arguments &given) { return check_client(given.table, given.mac, given.interface); });
+		CLI::App &flush = *add_command(client, "flush", "Empty a table", [](const Arguments &given) {
+			return flush_clients(given.table, given.interface);
+		});
+		for (CLI::App *command : {&add, &del, &check}) {
+			add_table(*command);
+			command->add_option("MAC", arguments_.mac, "The client, as 02:00:5e:10:00:01")->required();
+			add_interface(*command, not_for_mirel);
+		}
+		add_table(show);
+		add_interface(show, "All interfaces when left out");
+		add_table(flush, ", or portal: the five tables of an interface at once");
+		add_interface(flush, "wlan-1-1 to wlan-3-8, or all; none for the mirel tables");
+	}
+
+	void describe_interface()
+	{
+		CLI::App &interface = *add_object(app_, "interface", "Portal settings of wireless interfaces");
+		CLI::App &set =
+			*add_command(interface, "set", "Change settings of an interface", [](const Arguments &given) {
+				return set_interface(given.interface, given.words);
+			});
+		add_interface(set, "wlan-1-1 to wlan-3-8")->required();
+		set.add_option("SETTINGS", arguments_.words, "Names and values, see below")->required();
+		set.footer(std::string(interface_settings_help));
+
+		CLI::App &show = *add_command(interface, "show", "Show settings",
+					      [](const Arguments &given) { return show_interface(given.interface); });
+		add_interface(show, "All interfaces when left out");
+
+		CLI::App &owe = *add_object(interface, "owe", "OWE companions of interfaces");
+		CLI::App &map = *add_command(
+			owe, "map", "Judge frames of a companion as those of an interface",
+			[](const Arguments &given) { return map_owe_interface(given.owe_interface, given.interface); });
+		map.add_option("OWE_IFACE", arguments_.owe_interface, "wlan-1-14 to wlan-3-16")->required();
+		add_interface(map, "wlan-1-1 to wlan-3-8")->required();
+		add_command(owe, "show", "List the companions",
+			    [](const Arguments &) { return show_owe_interfaces(); });
+		add_command(owe, "flush", "Forget every companion",
+			    [](const Arguments &) { return flush_owe_interfaces(); });
+	}
+
+	void describe_garden()
+	{
+		constexpr auto rule =
+			"Domain pattern (*.example.com), A.B.C.D, A.B.C.D/LENGTH or A.B.C.D/MASK; at most 24";
+		CLI::App &garden = *add_object(app_, "garden", "Destinations that are open before login");
+		CLI::App &replace = *add_command(
+			garden, "replace", "Replace switch and rules of an interface", [](const Arguments &given) {
+				return replace_garden(given.interface, given.value, given.words);
+			});
+		add_interface(replace, "wlan-1-1 to wlan-3-8")->required();
+		replace.add_option("SWITCH", arguments_.value, "on or off")->required();
+		add_rules(replace, "RULE", rule);
+
+		CLI::App &defaults = *add_object(garden, "default", "Exact names that are open on every interface");
+		CLI::App &replace_defaults =
+			*add_command(defaults, "replace", "Replace the default rules",
+				     [](const Arguments &given) { return replace_default_garden(given.words); });
+		add_rules(replace_defaults, "NAME", "Exact domain name; at most 24");
+
+		CLI::App &show = *add_command(garden, "show", "List rules",
+					      [](const Arguments &given) { return show_garden(given.interface); });
+		add_interface(show, "wlan-1-1 to wlan-3-8, or default")->required();
+
+		CLI::App &mirel_replace =
+			*add_command(*add_mirel_garden(), "replace", "Replace switch and rules",
+				     [](const Arguments &given) { return replace_mirel_garden(given.words); });
+		add_rules(mirel_replace, "RULE", rule);
+		mirel_replace.footer("The first word may be on or off; without it the garden is on.");
+	}
+
+	CLI::App *add_mirel_garden()
+	{
+		mirel_ = add_object(app_, "mirel", "The portal of clients on the MIREL black list");
+		return add_object(*mirel_, "garden", "Destinations that stay open to them");
+	}
+
+	void describe_mirel()
+	{
+		CLI::App &mode = *add_command(*mirel_, "mode", "Set its mode",
+					      [](const Arguments &given) { return set_mirel_mode(given.value); });
+		mode.add_option("MODE", arguments_.value, "off, on, internet-passes, drop-tcp, or a number")
+			->required();
+	}
+
+	void describe_system()
+	{
+		CLI::App &gateway = *add_object(app_, "gateway", "Address of the access point's gateway");
+		CLI::App &set = *add_command(gateway, "set", "Tell the module the address",
+					     [](const Arguments &given) { return set_gateway(given.value); });
+		set.add_option("ADDRESS", arguments_.value, "A.B.C.D, or none")->required();
+		add_command(gateway, "show", "Show it", [](const Arguments &) { return show_gateway(); });
+
+		CLI::App &filter = *add_command(app_, "dns-filter", "Switch the DNS filter",
+						[](const Arguments &given) { return switch_dns_filter(given.value); });
+		filter.add_option("SWITCH", arguments_.value, "on or off")->required();
+
+		CLI::App &debug =
+			*add_command(app_, "debug", "Choose how much the packet path writes to the kernel log",
+				     [](const Arguments &given) { return set_debug_level(given.value); });
+		debug.add_option("LEVEL", arguments_.value, "0 (nothing) to 3; the module starts with 1")->required();
+	}
+
+	// The formatter is shared by all commands, but the top has objects where they have commands.
+	void label_usage()
+	{
+		app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
+		app_.get_formatter()->label("Subcommands", "Commands");
+		const auto top = std::make_shared<CLI::Formatter>();
+		top->label("SUBCOMMAND", "OBJECT COMMAND");
+		top->label("Subcommands", "Objects");
+		app_.formatter(top);
+	}
+
+	CLI::App app_{"Control the captive portal module."};
+	CLI::App *mirel_ = nullptr;
+	Arguments arguments_;
+	Action action_;
+};
+
+} // namespace
+
+ExitCode run_command_line(const std::vector<std::string> &words, const OpenDevice &open_device, std::ostream &out,
+			  std::ostream &err)
+{
+	CommandLine command_line;
+	try {
+		command_line.parse(words);
+		const std::unique_ptr<ControlDevice> device = open_device(command_line.device(), command_line.wait());
+		Portal portal(*device);
+		command_line.action()({portal, out, err});
+	} catch (const CLI::ParseError &mistake) {
+		return command_line.explain(mistake, out, err);
+	} catch (const Failure &failure) {
+		err << "cpctl: " << failure.what() << '\n';
+		return failure.code();
+	}
+	return ExitCode::done;
+}
+
+} // namespace cpctl

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Walled-garden rules as an administrator writes them.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "captive_portal/walled_garden.h"
+
+namespace cpctl
+{
+
+// A rule: a domain pattern ("*.example.com"), or A.B.C.D, A.B.C.D/LENGTH or A.B.C.D/MASK. What the module would cut or
+// never match is a usage failure: a pattern that is empty, longer than 127 characters, has blanks or other signs that no
+// name has, or ends with a dot.
+[[nodiscard]] wg_rule parse_rule(std::string_view text);
+
+// A default rule: an exact domain name, without wildcards, and no address.
+[[nodiscard]] wg_rule parse_default_rule(std::string_view text);
+
+// All of them, at most WG_RULES_PER_RECORD; more are a usage failure.
+[[nodiscard]] std::vector<wg_rule> parse_rules(const std::vector<std::string> &texts,
+					       wg_rule (*parse)(std::string_view text));
+
+// As parse_rule() takes it.
+[[nodiscard]] std::string format_rule(const wg_rule &rule);
+
+} // namespace cpctl

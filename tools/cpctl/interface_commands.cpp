@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "cpctl/interface_commands.h"
+
+#include <array>
+
+#include "cpctl/failure.h"
+#include "cpctl/interface_names.h"
+#include "cpctl/quoted.h"
+#include "cpctl/value_names.h"
+
+namespace cpctl
+{
+
+const std::string_view interface_settings_help =
+	"SETTINGS, one or more of:\n"
+	"  mode off|on|internet-passes|drop-tcp|NUMBER   the portal\n"
+	"  block-https pass|block|redirect|NUMBER        HTTPS of clients that are not logged in\n"
+	"  logout ADDRESS|none                           the address whose visit logs a client out\n"
+	"  garden on|off                                 the walled garden; its rules stay\n"
+	"  disconnection drop-all|pass-all|pass-dhcp|NUMBER connected|disconnected|NUMBER\n"
+	"                                                what passes while the uplink is away, and whether it is";
+
+namespace
+{
+
+constexpr std::string_view command_2_taken =
+	"mode, block-https and ap are unknown: the question for them, command 2 of the control device, has the number "
+	"of the "
+	"kernel's own FIGETBSZ, and this kernel's file layer answered it in the module's place";
+
+using Words = std::span<const std::string>;
+
+// A setting: the words that follow its name, and the function that checks them and gives the command.
+struct Setting {
+	std::string_view name;
+	size_t words;
+	Action (*make)(const Interface &interface, Words words);
+};
+
+[[nodiscard]] Failure not_stored(const Interface &interface, std::string_view setting)
+{
+	return refusal(interface.name + ": " + std::string(setting) +
+		       " is not what was set though the module took the command: see the kernel log (dmesg)");
+}
+
+// A portal setting that command 2 shows, where it reaches the module.
+Action set_number(const Interface &interface, std::string_view setting, cp_set_command sub_command,
+		  uint32_t cp_status::*member, uint32_t value)
+{
+	return [=](const Session &session) {
+		session.portal.set(sub_command, static_cast<int32_t>(interface.row), value);
+		const auto status = session.portal.status(interface.row);
+		if (status && (*status).*member != value) {
+			throw not_stored(interface, setting);
+		}
+	};
+}
+
+Action set_mode(const Interface &interface, Words words)
+{
+	return set_number(interface, "mode", CAPTIVE_PORTAL, &cp_status::cp_mode,
+			  parse_value(mode_names(), words[0], "mode"));
+}
+
+Action set_block_https(const Interface &interface, Words words)
+{
+	return set_number(interface, "block-https", BLOCK_HTTPS, &cp_status::block_https,
+			  parse_value(block_https_names(), words[0], "value of block-https"));
+}
+
+Action set_logout(const Interface &interface, Words words)
+{
+	const std::string address = words[0] == "none" ? "" : format_ipv4(parse_ipv4(words[0]));
+	if (address == "0.0.0.0") {
+		throw usage_failure("0.0.0.0 is no logout address: to have none, write none");
+	}
+	return [=](const Session &session) {
+		session.portal.set(LOGOUT_IP_NOTIFY, static_cast<int32_t>(interface.row), 0, address);
+	};
+}
+
+Action set_garden_switch(const Interface &interface, Words words)
+{
+	const uint32_t value = parse_name(switch_names(), words[0], "switch");
+	return [=](const Session &session) {
+		session.portal.set_garden(WALLED_GARDEN, static_cast<int32_t>(interface.row), {value, {}});
+		if (session.portal.garden(interface.row).enable_value != value) {
+			throw not_stored(interface, "garden");
+		}
+	};
+}
+
+Action set_disconnection(const Interface &interface, Words words)
+{
+	const Disconnection wanted = {parse_value(behavior_names(), words[0], "disconnection behaviour"),
+				      parse_value(status_names(), words[1], "disconnection status")};
+	return [=](const Session &session) {
+		session.portal.set_disconnection(interface.name, wanted);
+		const Disconnection stored = session.portal.disconnection(interface.name);
+		if (stored.behavior != wanted.behavior || stored.status != wanted.status) {
+			throw not_stored(interface, "disconnection");
+		}
+	};
+}
+
+constexpr std::array settings_of_interface = {
+	Setting{"mode", 1, set_mode},
+	Setting{"block-https", 1, set_block_https},
+	Setting{"logout", 1, set_logout},
+	Setting{"garden", 1, set_garden_switch},
+	Setting{"disconnection", 2, set_disconnection},
+};
+
+const Setting &find_setting(const std::string &name)
+{
+	for (const Setting &setting : settings_of_interface) {
+		if (setting.name == name) {
+			return setting;
+		}
+	}
+	throw usage_failure(quoted(name) +
+			    " is no setting of an interface: choose mode, block-https, logout, garden or "
+			    "disconnection");
+}
+
+// Returns whether the kernel let the module answer.
+bool show_row(const Session &session, uint32_t row)
+{
+	const Interface interface = interface_of_row(row);
+	const auto status = session.portal.status(row);
+	const Garden garden = session.portal.garden(row);
+	const Disconnection disconnection = session.portal.disconnection(interface.name);
+	const auto shown = [&status](std::span<const NamedValue> names, uint32_t cp_status::*member) {
+		return status ? name_of(names, (*status).*member) : "unknown";
+	};
+
+	session.out << interface.name << ": mode " << shown(mode_names(), &cp_status::cp_mode) << " block-https "
+		    << shown(block_https_names(), &cp_status::block_https) << " garden " << (garden.on() ? "on" : "off")
+		    << " rules " << garden.rules.size() << " disconnection "
+		    << name_of(behavior_names(), disconnection.behavior) << ' '
+		    << name_of(status_names(), disconnection.status) << " mark " << cp_interface_mark(row) << " ap "
+		    << (status ? format_ipv4({status->ap_addr}) : "unknown") << '\n';
+	return status.has_value();
+}
+
+} // namespace
+
+Action set_interface(const std::string &name, const std::vector<std::string> &settings)
+{
+	const Interface interface = parse_interface(name);
+	std::vector<Action> actions;
+	Words rest = settings;
+	while (!rest.empty()) {
+		const Setting &setting = find_setting(rest.front());
+		rest = rest.subspan(1);
+		if (rest.size() < setting.words) {
+			throw usage_failure("after '" + std::string(setting.name) + "' its value is missing");
+		}
+		actions.push_back(setting.make(interface, rest.first(setting.words)));
+		rest = rest.subspan(setting.words);
+	}
+	return [actions](const Session &session) {
+		for (const Action &action : actions) {
+			action(session);
+		}
+	};
+}
+
+Action show_interface(const std::string &name)
+{
+	const bool every_interface = name.empty();
+	const uint32_t first = every_interface ? 0 : parse_interface(name).row;
+	const uint32_t end = every_interface ? uint32_t{CP_WIRELESS_INTERFACES} : first + 1;
+	return [first, end](const Session &session) {
+		bool answered = true;
+		for (uint32_t row = first; row < end; row++) {
+			answered = show_row(session, row) && answered;
+		}
+		if (!answered) {
+			session.note(std::string(command_2_taken));
+		}
+	};
+}
+
+Action map_owe_interface(const std::string &owe_name, const std::string &name)
+{
+	const Interface owe = parse_owe_interface(owe_name);
+	const Interface interface = parse_interface(name);
+	return [owe, interface](const Session &session) {
+		session.portal.map_owe(owe.name, interface.name);
+		const std::string stored = session.portal.owe_mapping(owe.name);
+		if (stored != interface.name) {
+			throw refusal(owe.name + " is paired with " + (stored.empty() ? "nothing" : quoted(stored)) +
+				      " though the module took the command: see the kernel log (dmesg)");
+		}
+	};
+}
+
+Action show_owe_interfaces()
+{
+	return [](const Session &session) {
+		for (uint32_t row = 0; row < CP_OWE_INTERFACES; row++) {
+			const Interface owe = owe_interface_of_row(row);
+			const std::string interface = session.portal.owe_mapping(owe.name);
+			if (!interface.empty()) {
+				session.out << owe.name << " dev " << interface << '\n';
+			}
+		}
+	};
+}
+
+Action flush_owe_interfaces()
+{
+	return [](const Session &session) {
+		session.portal.change_clients(FLUSH_MAPPING_OWE_VAP, {});
+		for (uint32_t row = 0; row < CP_OWE_INTERFACES; row++) {
+			const Interface owe = owe_interface_of_row(row);
+			if (!session.portal.owe_mapping(owe.name).empty()) {
+				throw refusal(owe.name +
+					      " is still paired after the flush: see the kernel log (dmesg)");
+			}
+		}
+	};
+}
+
+} // namespace cpctl
