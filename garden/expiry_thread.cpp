@@ -29,13 +29,21 @@ void log_entry(uint32_t bucket, const dns_arecord &entry, bool expired)
 	}
 }
 
-void check_bucket(uint32_t index, int64_t now)
+// Entries that are looked at in one hold of the lock: as many as a bucket of a full cache has on average. Whoever chooses
+// the addresses of an answer can file them all in one bucket.
+constexpr uint32_t entries_per_hold = 16;
+
+// Goes on at `entry`, null for the bucket's first, and returns where to go on next, null when that was all. The entry
+// that is returned stays in its place without the lock: while this thread runs nobody else takes an entry away.
+[[nodiscard]] dns_arecord *check_entries(uint32_t index, dns_arecord *entry, int64_t now)
 {
 	const LockGuard guard(Lock::dns_list);
 	ArecordBucket &bucket = dns_aRecord[index];
-	dns_arecord *next = nullptr;
-	for (dns_arecord *entry = bucket.first(); entry != nullptr; entry = next) {
-		next = entry->hash_link.next;
+	if (entry == nullptr) {
+		entry = bucket.first();
+	}
+	for (uint32_t looked_at = 0; entry != nullptr && looked_at < entries_per_hold; ++looked_at) {
+		dns_arecord *const next = entry->hash_link.next;
 		// An entry whose deadline is now survives this pass.
 		const bool expired = now > entry->timeout;
 		if (debug_level_reaches(3)) {
@@ -45,7 +53,19 @@ void check_bucket(uint32_t index, int64_t now)
 			--total_ip_count;
 			remove_entry(bucket, *entry);
 		}
+		entry = next;
 	}
+	return entry;
+}
+
+void check_bucket(uint32_t index, int64_t now)
+{
+	dns_arecord *next = nullptr;
+	do {
+		next = check_entries(index, next, now);
+		// The network goes on between two holds.
+		cp_yield_processor();
+	} while (next != nullptr);
 }
 
 void log_pass(int64_t now)
@@ -65,9 +85,7 @@ int schedule_check_thread()
 			log_pass(now);
 		}
 		for (uint32_t index = 0; index < ARECORD_BUCKETS; ++index) {
-			// A lock hold per bucket: the network goes on between two of them.
 			check_bucket(index, now);
-			cp_yield_processor();
 		}
 		cp_thread_sleep(EXPIRY_PERIOD_TICKS);
 	}

@@ -12,7 +12,7 @@ enum : uint32_t { EXPIRY_PERIOD_TICKS = 6000 };
 
 // The thread's body: a pass over the cache, a sleep, until it is asked to stop; 0. An entry is removed with its names
 // once the wall clock is later than its deadline; at debug level 3 each pass writes the whole cache into the log.
-// Takes dns_list_lock once per bucket.
+// Takes dns_list_lock for a few entries at a time.
 int schedule_check_thread();
 
 } // namespace captive_portal
