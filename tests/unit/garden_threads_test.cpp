@@ -8,6 +8,7 @@
 
 #include "base/fixed_addresses.h"
 #include "garden/arecord_table.h"
+#include "garden/dns_side.h"
 #include "platform/host/context.h"
 #include "tests/support/host_test.h"
 #include "tests/unit/garden_records.h"
@@ -87,11 +88,14 @@ TEST_F(GardenThreadsTest, HooksAskWhileTheTablesAreSetAtStartAndFreedAtStop)
 		init_walled_garden_table();
 		init_fixed_addresses();
 		dns_parse_init();
+		hook.wait_for_a_run();
+		dns_parse_exit();
 	}
 	hook.wait_for_a_run();
 	hook.stop();
 	EXPECT_TRUE(match_dns_aRecord_garden_list(address_of(1), 0));
 	free_walled_garden_rules();
+	dns_parse_init();
 	dns_parse_exit();
 	EXPECT_TRUE(machine.live_allocations().empty());
 }
