@@ -127,7 +127,7 @@ void KernelThreads::end_and_forget(std::unique_lock<std::mutex> &lock, cp_thread
 void KernelThreads::stop(cp_thread *thread)
 {
 	might_sleep("cp_thread_stop");
-	if (running_thread == thread) {
+	if (running_thread != nullptr && running_thread == thread) {
 		die("a thread that stops itself waits for ever");
 	}
 	std::unique_lock lock(mutex_);
