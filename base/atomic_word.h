@@ -39,7 +39,7 @@ struct alignas(uint64_t) AtomicName {
 	void store(const char (&name)[CP_INTERFACE_NAME_SIZE])
 	{
 		for (unsigned i = 0; i < CP_INTERFACE_NAME_SIZE / sizeof(uint64_t); ++i) {
-			uint64_t word;
+			uint64_t word = 0;
 			__builtin_memcpy(&word, name + i * sizeof(word), sizeof(word));
 			store_word(words[i], word);
 		}

@@ -9,6 +9,7 @@ template <typename T> class Field
 {
 public:
 	constexpr Field() = default;
+	// Implicit, so that a function that found a value returns it as it is. NOLINTNEXTLINE(google-explicit-constructor)
 	constexpr Field(T value) : value_(value), present_(true) {}
 
 	[[nodiscard]] constexpr bool has_value() const { return present_; }

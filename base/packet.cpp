@@ -40,14 +40,19 @@ Field<uint8_t> Packet::ip_version() const
 	return first.has_value() ? Field<uint8_t>(static_cast<uint8_t>(first.value() >> 4)) : Field<uint8_t>();
 }
 
+bool Packet::is_later_fragment() const
+{
+	const Field<be16> fragment = network_field<be16>(Offset::fragment);
+	return fragment.has_value() && (fragment.value().host() & fragment_offset_mask) != 0;
+}
+
 Field<uint32_t> Packet::transport_offset() const
 {
 	const Field<uint8_t> first = network_field<uint8_t>(Offset::version_and_header_length);
 	if (!first.has_value()) {
 		return {};
 	}
-	const Field<be16> fragment = network_field<be16>(Offset::fragment);
-	if (fragment.has_value() && (fragment.value().host() & fragment_offset_mask) != 0) {
+	if (is_later_fragment()) {
 		return {};
 	}
 	return header_words(first.value()) * bytes_per_header_word;

@@ -113,6 +113,9 @@ public:
 		return network_field<Ipv4Address>(Offset::destination_address);
 	}
 
+	// True when the packet is a fragment other than the first: it has no transport header, however long it is.
+	[[nodiscard]] bool is_later_fragment() const;
+
 	// Fields of the transport header, which starts 4 x IHL bytes after the Ethernet header. A fragment whose offset is
 	// not 0 has none.
 	[[nodiscard]] Field<be16> source_port() const { return transport_field<be16>(Offset::source_port); }

@@ -79,19 +79,24 @@ cp_verdict judge_wired(const Packet &packet)
 	return CP_ACCEPT;
 }
 
+constexpr Field<uint32_t> row_below(uint32_t index, uint32_t rows)
+{
+	return index < rows ? Field<uint32_t>(index) : Field<uint32_t>();
+}
+
 // Row that a frame of the wireless interface `name` is judged by, missing when there is none. A name that an OWE
 // companion is paired with is not looked up a second time.
 Field<uint32_t> row_of_ingress(Text name)
 {
-	const Field<InterfaceNumbers> numbers = scan_interface_name(name);
-	if (!numbers.has_value()) {
+	const Field<InterfaceNumbers> scanned = scan_interface_name(name);
+	if (!scanned.has_value()) {
 		return {};
 	}
-	const uint32_t vap = numbers.value().vap;
-	if (vap < CP_OWE_FIRST_VAP || vap > CP_OWE_LAST_VAP) {
-		return interface_index_of_name(name);
+	const InterfaceNumbers numbers = scanned.value();
+	if (numbers.vap < CP_OWE_FIRST_VAP || numbers.vap > CP_OWE_LAST_VAP) {
+		return row_below(cp_interface_index(numbers.radio, numbers.vap), CP_WIRELESS_INTERFACES);
 	}
-	const Field<uint32_t> owe_row = owe_index_of_name(name);
+	const Field<uint32_t> owe_row = row_below(cp_owe_index(numbers.radio, numbers.vap), CP_OWE_INTERFACES);
 	if (!owe_row.has_value()) {
 		return {};
 	}
@@ -233,7 +238,10 @@ cp_verdict ebt_gate_keeper(cp_packet *raw)
 	if (packet.in_name() == nullptr) {
 		return judge_wired(packet);
 	}
-	const Text name = text_of_field(packet.in_name(), CP_INTERFACE_NAME_SIZE - 1);
+	// A copy: the device may be renamed meanwhile.
+	char copy[CP_INTERFACE_NAME_SIZE];
+	store_text(copy, text_of_field(packet.in_name(), sizeof(copy)));
+	const Text name = text_of_field(copy);
 	return starts_with(name, wireless_prefix) ? judge_wireless(packet, name) : judge_wired(packet);
 }
 

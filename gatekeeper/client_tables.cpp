@@ -76,7 +76,8 @@ void init_mac_table(iface_mac_list (&table)[CP_WIRELESS_INTERFACES])
 {
 	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
 		format_interface_name_of_index(table[index].iface, index);
-		table[index].list.initialise();
+		// A command may have been here since the device was registered.
+		table[index].list.flush();
 	}
 }
 
@@ -118,8 +119,8 @@ void init_client_tables()
 void clear_mirel_lists()
 {
 	const LockGuard guard(Lock::gatekeeper);
-	mirel_white_list.initialise();
-	mirel_black_list.initialise();
+	mirel_white_list.flush();
+	mirel_black_list.flush();
 }
 
 } // namespace captive_portal

@@ -29,9 +29,6 @@ public:
 	// Writes the addresses into consecutive slots, at most `slots`, and gives their number.
 	[[nodiscard]] uint32_t copy_out(gk_list_slot *slot, uint32_t slots) const;
 
-	// Makes the list empty without freeing its nodes: for a table's start values only.
-	void initialise() { head_ = nullptr; }
-
 private:
 	mac_entry *head_ = nullptr;
 };

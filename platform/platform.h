@@ -31,8 +31,8 @@ enum cp_log_level {
 void cp_log(enum cp_log_level level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /*
- * The module's spin locks. All are taken with bottom halves disabled. The order of nesting is that of the ranks in
- * base/lock.h; the host platform asserts it.
+ * The module's spin locks. All are taken with bottom halves disabled. base/lock.h says which
+ * two may nest, and the host platform asserts it.
  */
 enum cp_lock_id {
 	CP_LOCK_GATEKEEPER,

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Redirected TCP connections: where a client wanted to go, by the client's address and port, one list per row of
-// captive_portal_table. Lists have no limit and no age; only a FIN+ACK of the reply removes an entry. Entries that are
+// captive_portal_table. Lists have no limit and no age; only a FIN+ACK from a redirect port removes an entry. Entries that are
 // left at stop are deliberately not freed. All lists are guarded by change_ip_port_lock.
 #pragma once
 

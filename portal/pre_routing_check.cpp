@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // What a frame that enters the bridge may do, by its mark. A field that the next step needs and that lies outside the
-// packet: a packet of an interface whose portal is on is dropped, any other is accepted as it is.
+// packet: a packet of an interface whose portal is on is dropped, any other is accepted as it is. A later fragment is
+// not cut: it has no ports and no flags, which match nothing, and the steps go on.
 #include "base/atomic_word.h"
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
@@ -33,17 +34,16 @@ struct WebPorts {
 	uint16_t http;
 	uint16_t https;
 
-	// Missing for a port that is no web port.
-	[[nodiscard]] Field<uint16_t> choose(be16 port) const
+	// Missing for a port that is no web port, or missing itself.
+	[[nodiscard]] Field<uint16_t> choose(Field<be16> port) const
 	{
-		switch (port.host()) {
-		case CP_PORT_HTTP:
+		if (port == be16::from_host(CP_PORT_HTTP)) {
 			return http;
-		case CP_PORT_HTTPS:
-			return https;
-		default:
-			return {};
 		}
+		if (port == be16::from_host(CP_PORT_HTTPS)) {
+			return https;
+		}
+		return {};
 	}
 };
 
@@ -59,6 +59,18 @@ enum class PrintedPorts {
 	// Deliberately the fields as they lie in the packet, read as numbers.
 	as_in_packet,
 };
+
+// True when the flag byte, and with it the ports, lies outside the packet.
+bool is_cut_before_flags(const Packet &packet)
+{
+	return !packet.tcp_flags().has_value() && !packet.is_later_fragment();
+}
+
+bool is_syn(const Packet &packet)
+{
+	const Field<TcpFlags> flags = packet.tcp_flags();
+	return flags.has_value() && flags.value().syn();
+}
 
 // Records a redirected connection. Of a rewritable packet, so every field is there.
 void upsert_connection(const Packet &packet, uint32_t row, PrintedPorts printed)
@@ -94,22 +106,18 @@ void log_social_login(Ipv4Address destination, uint16_t port, const Packet &pack
 // An unadmitted client's segment to the social-login address.
 cp_verdict intercept_social_login(Packet &packet)
 {
-	const Field<TcpFlags> flags = packet.tcp_flags();
-	if (!flags.has_value()) {
-		return CP_DROP;
-	}
-	const be16 port = packet.destination_port().value();
+	const Field<be16> port = packet.destination_port();
 	const Field<uint16_t> redirect_port = social_login_ports.choose(port);
 	if (!redirect_port.has_value() || !packet.is_rewritable()) {
 		return CP_DROP;
 	}
-	if (flags.value().syn()) {
+	if (is_syn(packet)) {
 		upsert_connection(packet, CP_ROW_SOCIAL_LOGIN, PrintedPorts::host_order);
 	}
 	if (!redirect_to_ap(packet, redirect_port.value())) {
 		return CP_DROP;
 	}
-	log_social_login(packet.destination_address().value(), port.host(), packet);
+	log_social_login(packet.destination_address().value(), port.value().host(), packet);
 	return CP_ACCEPT;
 }
 
@@ -145,7 +153,7 @@ Garden ask_walled_garden(const Packet &packet, Ipv4Address destination, uint32_t
 }
 
 // The redirect ports of a mark whose portal is on.
-Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, be16 port)
+Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, Field<be16> port)
 {
 	if (mark == MARK_MIREL_BLACK) {
 		return mirel_ports.choose(port);
@@ -161,17 +169,17 @@ Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, be16 port)
 	return WebPorts{load_word(row.http_port), load_word(row.https_port)}.choose(port);
 }
 
-// The special marks and the social-login address, for packets of any port.
-cp_verdict judge_special_marks(Packet &packet, uint32_t mode, const char *bridge)
+// The special marks and the social-login address, for packets of any port. One whose portal is on comes here only when it
+// is not TCP, or whole and rewritten, so nothing that it needs is missing; any other is accepted when something is.
+cp_verdict judge_special_marks(Packet &packet, const char *bridge)
 {
-	const cp_verdict incomplete = mode != CP_MODE_OFF ? CP_DROP : CP_ACCEPT;
 	const uint32_t mark = packet.mark();
 	const Field<Ipv4Address> destination = packet.destination_address();
 	if (!(packet.protocol() == IpProtocol::tcp)) {
 		return CP_ACCEPT;
 	}
 	if (!destination.has_value()) {
-		return incomplete;
+		return CP_ACCEPT;
 	}
 	const Ipv4Address old_destination = destination.value();
 	const bool social_login = old_destination == load_word(socialogin_addr);
@@ -179,12 +187,11 @@ cp_verdict judge_special_marks(Packet &packet, uint32_t mode, const char *bridge
 		return CP_ACCEPT;
 	}
 
-	const Field<TcpFlags> flags = packet.tcp_flags();
-	if (!flags.has_value()) {
-		return incomplete;
+	if (is_cut_before_flags(packet)) {
+		return CP_ACCEPT;
 	}
-	const be16 port = packet.destination_port().value();
-	if (flags.value().syn() && is_web_port(port) && packet.is_rewritable()) {
+	const Field<be16> port = packet.destination_port();
+	if (is_syn(packet) && is_web_port(port) && packet.is_rewritable()) {
 		upsert_connection(packet, social_login ? CP_ROW_SOCIAL_LOGIN : CP_ROW_SPECIAL_MARK,
 				  PrintedPorts::as_in_packet);
 	}
@@ -199,7 +206,7 @@ cp_verdict judge_special_marks(Packet &packet, uint32_t mode, const char *bridge
 	}
 
 	Field<uint16_t> redirect_port;
-	const bool http = port.host() == CP_PORT_HTTP;
+	const bool http = port == be16::from_host(CP_PORT_HTTP);
 	if (social_login) {
 		redirect_port = social_login_ports.choose(port);
 		if (redirect_port.has_value()) {
@@ -233,7 +240,7 @@ cp_verdict judge_special_marks(Packet &packet, uint32_t mode, const char *bridge
 		return CP_DROP;
 	}
 	if (!packet.is_rewritable()) {
-		return incomplete;
+		return CP_ACCEPT;
 	}
 	return redirect_to_ap(packet, redirect_port.value()) ? CP_ACCEPT : CP_DROP;
 }
@@ -254,17 +261,16 @@ cp_verdict intercept_tcp(Packet &packet, uint32_t mode, const char *bridge)
 	if (destination == load_word(socialogin_addr)) {
 		return intercept_social_login(packet);
 	}
-	const Field<be16> destination_port = packet.destination_port();
-	if (!destination_port.has_value()) {
+	const Field<be16> port = packet.destination_port();
+	if (!port.has_value() && !packet.is_later_fragment()) {
 		return CP_DROP;
 	}
-	const be16 port = destination_port.value();
 	if (is_web_port(port) && destination == load_word(ap_addr)) {
 		return CP_ACCEPT;
 	}
 
 	const uint32_t block = is_block_https_enable(packet.mark());
-	const bool https = port.host() == CP_PORT_HTTPS;
+	const bool https = port == be16::from_host(CP_PORT_HTTPS);
 	if (https && block == CP_HTTPS_PASSES) {
 		if (debug_level_reaches(3)) {
 			cp_log(CP_LOG_DEBUG, "[captive portal]block disable, ACCEPT it\n");
@@ -282,18 +288,17 @@ cp_verdict intercept_tcp(Packet &packet, uint32_t mode, const char *bridge)
 		break;
 	}
 
-	const Field<TcpFlags> flags = packet.tcp_flags();
 	const Field<uint16_t> redirect_port = choose_portal_port(packet.mark(), mode, port);
-	if (!flags.has_value() || !redirect_port.has_value() || !packet.is_rewritable()) {
+	if (!redirect_port.has_value() || !packet.is_rewritable()) {
 		return CP_DROP;
 	}
-	if (flags.value().syn()) {
+	if (is_syn(packet)) {
 		upsert_connection(packet, index, PrintedPorts::none);
 	}
 	if (!redirect_to_ap(packet, redirect_port.value())) {
 		return CP_DROP;
 	}
-	return judge_special_marks(packet, mode, bridge);
+	return judge_special_marks(packet, bridge);
 }
 
 // A packet whose mark belongs to a portal that is on.
@@ -331,7 +336,7 @@ cp_verdict intercept(Packet &packet, uint32_t mode, const char *bridge)
 	if (protocol == IpProtocol::tcp) {
 		return intercept_tcp(packet, mode, bridge);
 	}
-	return judge_special_marks(packet, mode, bridge);
+	return judge_special_marks(packet, bridge);
 }
 
 } // namespace
@@ -344,7 +349,7 @@ cp_verdict nf_cp_check(cp_packet *raw)
 		get_bridge_name_by_iface(packet.in_name(), bridge);
 	}
 	const uint32_t mode = is_captive_portal_enable(packet.mark());
-	return mode == CP_MODE_OFF ? judge_special_marks(packet, mode, bridge) : intercept(packet, mode, bridge);
+	return mode == CP_MODE_OFF ? judge_special_marks(packet, bridge) : intercept(packet, mode, bridge);
 }
 
 } // namespace captive_portal

@@ -35,9 +35,9 @@ bool redirect_to_ap(Packet &packet, uint16_t port)
 	});
 }
 
-bool is_web_port(be16 port)
+bool is_web_port(Field<be16> port)
 {
-	return port.host() == CP_PORT_HTTP || port.host() == CP_PORT_HTTPS;
+	return port == be16::from_host(CP_PORT_HTTP) || port == be16::from_host(CP_PORT_HTTPS);
 }
 
 } // namespace captive_portal

@@ -24,6 +24,6 @@ enum class Identity {
 [[nodiscard]] bool redirect_to_ap(Packet &packet, uint16_t port);
 
 // True for the two ports whose connections are recorded and redirected by name: 80 and 443.
-[[nodiscard]] bool is_web_port(be16 port);
+[[nodiscard]] bool is_web_port(Field<be16> port);
 
 } // namespace captive_portal

@@ -1,6 +1,6 @@
 # Sourced by every script of the project that runs on the host.
 # Offers: project_root, cache_dir, say, warn, die, need_packages, with_cache_lock,
-# copy_tree.  Sets strict mode.
+# copy_tree, configure_cmake.  Sets strict mode.
 
 set -euo pipefail
 
@@ -62,4 +62,12 @@ copy_tree() {
 	need_packages rsync
 	mkdir -p "$1"
 	rsync -a --delete --filter=". $project_root/scripts/module-sources.list" "$project_root/" "$1/"
+}
+
+# configure_cmake SOURCE BUILD [ARGUMENT...]  a build directory of the cache may have been another checkout's.
+configure_cmake() {
+	if [[ -f $2/CMakeCache.txt ]] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$1" "$2/CMakeCache.txt"; then
+		rm -rf "$2"
+	fi
+	cmake -S "$1" -B "$2" -G Ninja "${@:3}"
 }

@@ -63,7 +63,7 @@ tidy() {
 # --- host tests -------------------------------------------------------------------
 
 configure_host() {
-	cmake -S "$project_root" -B "$cache_dir/build/host-$1" -G Ninja -DCAPTIVE_PORTAL_SANITIZE="$1"
+	configure_cmake "$project_root" "$cache_dir/build/host-$1" -DCAPTIVE_PORTAL_SANITIZE="$1"
 }
 
 # CTest's report names every test case on a line of its own.

@@ -50,7 +50,6 @@ enum cp_command {
 	GATEKEEPER_IOCTL_CHECK = 10,
 	/* argument: the new debug level itself, its low 32 bits taken as a signed number; no range check. */
 	ENV_SET_DEBUG_LEVEL = 11,
-	CP_COMMANDS = 11,
 };
 
 /* The debug level right after the module's start. Lines of the packet path need 1, 2 or 3; 0 silences them all. */

@@ -47,7 +47,6 @@ enum gk_set_command {
 	DEL_MAC_AUTH_FALLBACK = 32,
 	/* iface "all": every row's. */
 	FLUSH_MAC_AUTH_FALLBACK = 34,
-	GK_LAST_SET_COMMAND = 34,
 };
 
 /*
@@ -97,6 +96,7 @@ struct gk_cmd {
 };
 
 CP_ASSERT_SIZE(struct gk_cmd, 52);
+CP_ASSERT_OFFSET(struct gk_cmd, cmd, 0);
 CP_ASSERT_OFFSET(struct gk_cmd, behavior, 4);
 CP_ASSERT_OFFSET(struct gk_cmd, status, 8);
 CP_ASSERT_OFFSET(struct gk_cmd, iface, 12);
@@ -129,6 +129,7 @@ struct gk_list_reply {
 };
 
 CP_ASSERT_SIZE(struct gk_list_reply, 16592);
+CP_ASSERT_OFFSET(struct gk_list_reply, cmd, 0);
 CP_ASSERT_OFFSET(struct gk_list_reply, behavior, 4);
 CP_ASSERT_OFFSET(struct gk_list_reply, status, 8);
 CP_ASSERT_OFFSET(struct gk_list_reply, iface, 12);
@@ -146,6 +147,7 @@ struct gk_check_reply {
 };
 
 CP_ASSERT_SIZE(struct gk_check_reply, 32);
+CP_ASSERT_OFFSET(struct gk_check_reply, cmd, 0);
 CP_ASSERT_OFFSET(struct gk_check_reply, iface, 4);
 CP_ASSERT_OFFSET(struct gk_check_reply, mac, 20);
 CP_ASSERT_OFFSET(struct gk_check_reply, padding, 26);

@@ -57,6 +57,7 @@ struct cp_cmd {
 };
 
 CP_ASSERT_SIZE(struct cp_cmd, 28);
+CP_ASSERT_OFFSET(struct cp_cmd, cmd, 0);
 CP_ASSERT_OFFSET(struct cp_cmd, iface, 4);
 CP_ASSERT_OFFSET(struct cp_cmd, enable_value, 8);
 CP_ASSERT_OFFSET(struct cp_cmd, value, 12);
@@ -80,6 +81,7 @@ struct cp_status {
 };
 
 CP_ASSERT_SIZE(struct cp_status, 320);
+CP_ASSERT_OFFSET(struct cp_status, cmd, 0);
 CP_ASSERT_OFFSET(struct cp_status, iface, 4);
 CP_ASSERT_OFFSET(struct cp_status, mark, 8);
 CP_ASSERT_OFFSET(struct cp_status, cp_mode, 12);

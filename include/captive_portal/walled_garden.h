@@ -47,13 +47,18 @@ enum wg_rule_type {
 };
 
 struct wg_rule {
-	uint32_t rule_type;                    /* enum wg_rule_type */
-	uint32_t ip_addr;                      /* address rules: IPv4, network order */
-	uint32_t netmask;                      /* address rules: network order; 0 matches every address */
-	char domain_name[WG_DOMAIN_NAME_SIZE]; /* domain rules: pattern, 127 characters are kept; default rules: 128 */
+	uint32_t rule_type; /* enum wg_rule_type */
+	uint32_t ip_addr;   /* address rules: IPv4, network order */
+	uint32_t netmask;   /* address rules: network order; 0 matches every address */
+	/*
+	 * Domain rules: pattern, 127 characters are kept; default rules: 128. An address rule's is asked about names too;
+	 * leave it empty there, and it matches the empty name alone.
+	 */
+	char domain_name[WG_DOMAIN_NAME_SIZE];
 };
 
 CP_ASSERT_SIZE(struct wg_rule, 140);
+CP_ASSERT_OFFSET(struct wg_rule, rule_type, 0);
 CP_ASSERT_OFFSET(struct wg_rule, ip_addr, 4);
 CP_ASSERT_OFFSET(struct wg_rule, netmask, 8);
 CP_ASSERT_OFFSET(struct wg_rule, domain_name, 12);
@@ -73,6 +78,7 @@ struct wg_cmd {
 };
 
 CP_ASSERT_SIZE(struct wg_cmd, 3376);
+CP_ASSERT_OFFSET(struct wg_cmd, cmd, 0);
 CP_ASSERT_OFFSET(struct wg_cmd, iface, 4);
 CP_ASSERT_OFFSET(struct wg_cmd, enable_value, 8);
 CP_ASSERT_OFFSET(struct wg_cmd, rule_number, 12);

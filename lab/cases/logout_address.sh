@@ -25,7 +25,7 @@ expect_real_page 1-1 http://www.example.net/
 expect_real_page 1-2 http://203.0.113.40/not-its-logout-address
 stop_capture client
 expect_captured client "ether src $GATEWAY_MAC and src 203.0.113.40 and tcp src port 80"
-expect_not_captured client "src $AP_ADDRESS and tcp"
+expect_replies_rewritten client
 
 step "any other port goes to the logout port, too"
 start_capture bridge access-point br0

@@ -9,12 +9,14 @@ give_address 1-1 61
 load_module
 cpctl interface set wlan-1-1 mode on
 
-# The connections are all open before the first request is sent.
+# The connections are all open before the first request is sent. Each has a port of its own: an entry is known by the
+# client's address and port alone, and a client's system may use one port towards two servers.
 in_client 1-1 python3 - <<'END'
 import socket
 connections = []
 for number in range(200):
-    connection = socket.create_connection((f"203.0.113.{number + 1}", 80), timeout=60)
+    connection = socket.create_connection((f"203.0.113.{number + 1}", 80), timeout=60,
+                                          source_address=("", 20000 + number))
     connection.settimeout(60)
     connections.append((number, connection))
 for number, connection in connections:

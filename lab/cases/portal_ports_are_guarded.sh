@@ -18,13 +18,13 @@ expect_portal_page lan0 "http://$AP_ADDRESS:10081/unguarded" 10081
 
 load_module
 step "wired side"
-for port in 82 83 86 90 10081 20083 30088; do expect_no_connection lan0 "http://$AP_ADDRESS:$port/"; done
-for port in 84 87 91 10444 30451; do expect_no_connection lan0 "https://$AP_ADDRESS:$port/"; done
+expect_no_connections lan0 "http://$AP_ADDRESS":{82,83,86,90,10081,20083,30088}/ \
+	"https://$AP_ADDRESS":{84,87,91,10444,30451}/
 expect_portal_page lan0 "http://$AP_ADDRESS:88/" 88
 expect_contains "another port" all.sh "$(fetch lan0 "http://$AP_ADDRESS:8000/")"
 
 step "wireless side, portal off"
-for port in 82 83 90 10081 20082; do expect_no_connection 1-2 "http://$AP_ADDRESS:$port/"; done
+expect_no_connections 1-2 "http://$AP_ADDRESS":{82,83,90,10081,20082}/
 expect_portal_page 1-2 "http://$AP_ADDRESS:86/" 86
 expect_portal_page 1-2 "http://$AP_ADDRESS:10082/own" 10082
 expect_contains "another port" all.sh "$(fetch 1-2 "http://$AP_ADDRESS:8000/")"

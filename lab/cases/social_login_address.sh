@@ -30,5 +30,5 @@ expect_real_page 1-1 http://203.0.113.10/everything-else
 stop_capture client
 stop_capture uplink
 expect_captured client "ether src $GATEWAY_MAC and src 2.2.2.2 and tcp src port 443"
-expect_not_captured client "src $AP_ADDRESS and tcp"
+expect_replies_rewritten client
 expect_not_captured uplink "dst 2.2.2.2 and tcp"

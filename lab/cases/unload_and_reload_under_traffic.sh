@@ -1,6 +1,7 @@
 # The module is unloaded and loaded again, ten times, while clients send all
 # that they can: redirected, admitted and dropped traffic. Nothing breaks, and
-# the portal works at the end as at the beginning.
+# the portal works at the end as at the beginning. Unloading waits for running
+# hooks, which takes a busy emulated machine seconds.
 #
 #   client-1-1 eth0 -- wlan-1-1 \
 #   client-1-2 eth0 -- wlan-1-2  br0 -- uplink0 -- upstream
@@ -39,7 +40,7 @@ for round in {1..10}; do
 	unload_module
 	took=$((($(date +%s%N) - before) / 1000000))
 	step "round $round: unloaded in $took ms"
-	((took < 5000)) || fail "unloading took $took ms"
+	((took < 20000)) || fail "unloading took $took ms"
 done
 step "without the module the network is open"
 expect_real_page 1-1 http://203.0.113.10/open

@@ -7,6 +7,11 @@
 #   count_captured NAME [FILTER]
 #   expect_captured NAME FILTER                at least one frame; waits for it
 #   expect_not_captured NAME FILTER            none; meant for after stop_capture
+#   expect_replies_rewritten NAME              no handshake and no data from the
+#                                              access point's own address; what it
+#                                              sends after its FIN leaves as it is
+#
+# Frames are kept up to 2,048 bytes: a longer slot would leave room for few of them.
 
 declare -A capture_processes=()
 
@@ -17,7 +22,7 @@ start_capture() {
 	upstream) prefix=(ip netns exec upstream) ;;
 	*) prefix=(ip netns exec "client-$place") ;;
 	esac
-	"${prefix[@]}" tcpdump -i "$device" --immediate-mode -U -B 32768 -n -s 0 -Z root -w "$CASE_DIR/$name.pcap" \
+	"${prefix[@]}" tcpdump -i "$device" --immediate-mode -U -B 16384 -s 2048 -n -Z root -w "$CASE_DIR/$name.pcap" \
 		$filter 2>"$CASE_DIR/$name.tcpdump.log" &
 	capture_processes[$name]=$!
 	wait_until 20 "the capture $name runs" grep -q 'listening on' "$CASE_DIR/$name.tcpdump.log"
@@ -45,4 +50,8 @@ expect_not_captured() {
 	local frames
 	frames=$(captured "$1" "$2")
 	[[ -z $frames ]] || fail "capture $1 should show no frame that matches '$2', but: $frames"
+}
+
+expect_replies_rewritten() {
+	expect_not_captured "$1" "src $AP_ADDRESS and tcp and (tcp[tcpflags] & tcp-syn != 0 or greater 67)"
 }

@@ -9,6 +9,7 @@
 #   expect_real_page CLIENT URL [...]         the page of the server that was asked
 #   expect_portal_page CLIENT URL PORT [...]  the portal's page of that port
 #   expect_no_connection CLIENT URL [...]     no TCP connection comes about
+#   expect_no_connections CLIENT URL...       the same for each of them, all at once
 #   expect_ping CLIENT ADDRESS / expect_no_ping CLIENT ADDRESS
 #
 # Emulated machines are slow: what must come has FETCH_SECONDS, what must not
@@ -84,6 +85,16 @@ expect_no_connection() {
 	((status == 28)) || fail "client $client should get no answer from $url, curl ended with $status: $got"
 	expect_contains "curl of client $client to $url" 'code 000' "$got"
 	printf '    %s: %s -> nothing\n' "$client" "$url"
+}
+
+expect_no_connections() {
+	local client=$1 url tries=() try
+	shift
+	for url; do
+		expect_no_connection "$client" "$url" &
+		tries+=($!)
+	done
+	for try in "${tries[@]}"; do wait "$try" || fail "client $client should reach none of: $*"; done
 }
 
 expect_ping() {

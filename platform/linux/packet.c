@@ -20,9 +20,9 @@
 
 /*
  * How many bytes may be pulled into the linear part. A large packet that GRO made may hold its later segments as a list
- * of buffers, and segmenting it again needs the first buffer to be exactly the first segment: a byte pulled over from
- * the list crashes some kernels and garbles the flow on others. All headers lie in the first buffer, so the pull ends
- * there.
+ * of buffers, and segmenting it again wants the first buffer to be exactly the first segment. A byte pulled over from
+ * the list makes late kernels of the range copy the packet whole, and earlier ones do not expect it at all. All headers
+ * lie in the first buffer, so the pull ends there.
  */
 static unsigned int bytes_to_pull(const struct sk_buff *skb)
 {

@@ -40,7 +40,7 @@ std::string text(const AtomicName &name)
 class ClientTables : public HostTest
 {
 protected:
-	void SetUp() override { list.initialise(); }
+	void SetUp() override { list = MacList(); }
 	void TearDown() override
 	{
 		list.flush();
