@@ -4,18 +4,23 @@ captive_portal-core := \
 	base/fixed_addresses.o \
 	base/interface_name.o \
 	base/packet.o \
+	base/scan_decimal.o \
 	core/control_device.o \
 	core/module.o \
+	garden/arecord_cache.o \
+	garden/dns_name.o \
+	garden/dns_parser.o \
+	garden/dns_side.o \
+	garden/expiry_thread.o \
+	garden/matched_interfaces.o \
+	garden/pattern.o \
+	garden/summary.o \
+	garden/walled_garden.o \
+	garden/walled_garden_commands.o \
 	gatekeeper/bridge_gatekeeper.o \
 	gatekeeper/client_tables.o \
 	gatekeeper/gatekeeper_commands.o \
 	gatekeeper/gatekeeper_replies.o \
-	garden/arecord_cache.o \
-	garden/dns_name.o \
-	garden/dns_parser.o \
-	garden/pattern.o \
-	garden/walled_garden.o \
-	garden/walled_garden_commands.o \
 	portal/connections.o \
 	portal/interface_table.o \
 	portal/lookups.o \

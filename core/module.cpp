@@ -7,7 +7,7 @@
 #include "base/fixed_addresses.h"
 #include "base/lock.h"
 #include "core/control_device.h"
-#include "garden/arecord_cache.h"
+#include "garden/dns_side.h"
 #include "garden/walled_garden.h"
 #include "gatekeeper/bridge_gatekeeper.h"
 #include "gatekeeper/client_tables.h"

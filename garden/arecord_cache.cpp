@@ -23,12 +23,6 @@ constexpr uint32_t mask_of_row(uint32_t iface)
 	return 1U << (iface % bits_per_mask);
 }
 
-void free_fqdn_node(fqdn_node *node)
-{
-	cp_free(node->fqdn);
-	cp_free(node);
-}
-
 // A node in no list with a copy of the name, or null.
 [[nodiscard]] fqdn_node *make_fqdn_node(Text fqdn)
 {
@@ -106,27 +100,9 @@ void refresh_entry(dns_arecord &entry, uint32_t is_match_wg, Text fqdn, int64_t 
 
 void log_full_cache(uint32_t is_match_wg, Text fqdn, Ipv4Address ip)
 {
-	const uint32_t address = ip.host();
-	const auto octet = [&](uint32_t shift) { return static_cast<unsigned long>(address >> shift & 0xff); };
-	cp_log(CP_LOG_DEBUG,
-	       "Exceed maximum (total_ip_count=%d), not add \"A record\" (is_match_wg=%d, %.*s, %lu.%lu.%lu.%lu)\n",
+	cp_log(CP_LOG_DEBUG, "Exceed maximum (total_ip_count=%d), not add \"A record\" (is_match_wg=%d, %.*s, %pI4)\n",
 	       total_ip_count, static_cast<int32_t>(is_match_wg), static_cast<int32_t>(fqdn.length), fqdn.characters,
-	       octet(24), octet(16), octet(8), octet(0));
-}
-
-// Called with dns_list_lock held.
-void free_all_entries()
-{
-	for (ArecordBucket &bucket : dns_aRecord) {
-		while (dns_arecord *const entry = bucket.first()) {
-			while (fqdn_node *const node = entry->fqdn_list.first()) {
-				entry->fqdn_list.remove(*node);
-				free_fqdn_node(node);
-			}
-			bucket.remove(*entry);
-			cp_free(entry);
-		}
-	}
+	       &ip);
 }
 
 [[nodiscard]] bool any_name_is_in_garden(const dns_arecord &entry, uint32_t iface)
@@ -142,21 +118,35 @@ void free_all_entries()
 
 } // namespace
 
-void dns_parse_init()
+void format_ipv4(char (&out)[IPV4_TEXT_SIZE], uint64_t ip)
 {
-	cp_log(CP_LOG_DEBUG, "%s\n", "dns_parse_init");
-	const LockGuard guard(Lock::dns_list);
-	// The hooks run already and may have stored entries.
-	free_all_entries();
-	total_ip_count = 0;
+	const Ipv4Address address = {static_cast<uint32_t>(ip)};
+	cp_format(out, sizeof(out), "%pI4", &address);
 }
 
-void dns_parse_exit()
+void remove_fqdn_node(dns_arecord &entry, fqdn_node &node)
 {
-	cp_log(CP_LOG_DEBUG, "%s\n", "dns_parse_exit");
-	const LockGuard guard(Lock::dns_list);
-	// The count deliberately stays as it is.
-	free_all_entries();
+	entry.fqdn_list.remove(node);
+	cp_free(node.fqdn);
+	cp_free(&node);
+}
+
+void remove_entry(ArecordBucket &bucket, dns_arecord &entry)
+{
+	while (fqdn_node *const node = entry.fqdn_list.first()) {
+		remove_fqdn_node(entry, *node);
+	}
+	bucket.remove(entry);
+	cp_free(&entry);
+}
+
+void free_all_entries()
+{
+	for (ArecordBucket &bucket : dns_aRecord) {
+		while (dns_arecord *const entry = bucket.first()) {
+			remove_entry(bucket, *entry);
+		}
+	}
 }
 
 void add_dns_arecord(uint32_t slot, uint32_t is_match_wg, Text fqdn, Ipv4Address ip, uint32_t ttl)

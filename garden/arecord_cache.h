@@ -23,11 +23,6 @@ enum : uint32_t {
 // Addresses in the cache, guarded by dns_list_lock.
 extern int32_t total_ip_count;
 
-// Start and stop of the DNS side. The first is called last at start, while the hooks run; the second last at stop,
-// when no hook runs any more, and frees every entry. Both take dns_list_lock.
-void dns_parse_init();
-void dns_parse_exit();
-
 // Stores that `fqdn` resolved to `ip` for `ttl` seconds. `is_match_wg` has bit i set when row i's walled garden permits
 // the name. An address that is there gains the name and, at most, a later deadline; a new name with a mask that is not
 // 0 replaces the entry's mask. A full cache refuses new addresses (logged at debug level 1). The caller keeps `fqdn`.

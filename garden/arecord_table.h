@@ -32,6 +32,17 @@ using ArecordBucket = LinkedList<dns_arecord, &dns_arecord::hash_link>;
 
 extern ArecordBucket dns_aRecord[ARECORD_BUCKETS];
 
+// Unlink and free; called with dns_list_lock held. None of them touches `total_ip_count`.
+void remove_fqdn_node(dns_arecord &entry, fqdn_node &node);
+void remove_entry(ArecordBucket &bucket, dns_arecord &entry);
+void free_all_entries();
+
+// Room for a dotted quad and its NUL.
+enum : uint32_t { IPV4_TEXT_SIZE = 20 };
+
+// Writes the address, held in network order, as a dotted quad.
+void format_ipv4(char (&out)[IPV4_TEXT_SIZE], uint64_t ip);
+
 // The node's name as a text.
 [[nodiscard]] inline Text name_of(const fqdn_node &node)
 {

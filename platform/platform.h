@@ -196,6 +196,46 @@ void cp_misc_deregister(const struct cp_misc_device *device);
 void cp_module_get(void);
 void cp_module_put(void);
 
+/*
+ * Formats like cp_log() into `out`, cut to `size` bytes with the NUL; the result is the number of characters that
+ * stand in `out`. Any context.
+ */
+size_t cp_format(char *out, size_t size, const char *format, ...) __attribute__((format(printf, 3, 4)));
+
+/* `size` bytes, not zeroed, of any size, or null. May sleep. Freed with cp_free_large(), which takes null too. */
+void *cp_alloc_large(size_t size);
+void cp_free_large(void *memory);
+
+/* Lets others run where a long loop in process context has held the processor long enough. No lock may be held. */
+void cp_yield_processor(void);
+
+struct cp_thread;
+
+/* A kernel thread that does not run yet, or null when there is none to be had. Process context. */
+struct cp_thread *cp_thread_create(int (*body)(void), const char *name);
+void cp_thread_wake_up(struct cp_thread *thread);
+/* Asks the thread to stop and waits until its body has returned. A thread that was never woken is taken away. */
+void cp_thread_stop(struct cp_thread *thread);
+
+/* For a thread's body: whether it was asked to stop. */
+int cp_thread_should_stop(void);
+/* For a thread's body: sleeps for `ticks` scheduler ticks, or until it is asked to stop, whichever comes first. */
+void cp_thread_sleep(uint32_t ticks);
+
+struct cp_proc_file {
+	const char *directory; /* made at the proc root */
+	const char *name;      /* made in the directory */
+	uint16_t mode;
+};
+
+/*
+ * Makes the directory and the file whose reads and writes go to captive_portal_summary_read() and
+ * captive_portal_summary_write(): 0, or a negative error and neither is left. Process context.
+ */
+int cp_proc_create(const struct cp_proc_file *file);
+/* Takes file and directory away when they were made, and waits until no read or write of it runs. */
+void cp_proc_remove(const struct cp_proc_file *file);
+
 /* ---- Upwards: what a kernel calls ------------------------------------------------------------------------------- */
 
 /*
@@ -211,6 +251,13 @@ int captive_portal_open(void);
 int captive_portal_release(void);
 long captive_portal_ioctl(int32_t command, unsigned long argument);
 long captive_portal_compat_ioctl(uint32_t command, unsigned long argument);
+
+/*
+ * The proc file. Read: fills at most `length` bytes at `buffer`, moves `position` to the number of bytes that the
+ * listing has, and gives that number, or a negative error. Write: `count`, or a negative error. Process context.
+ */
+long captive_portal_summary_read(cp_user_address buffer, size_t length, int64_t *position);
+long captive_portal_summary_write(cp_user_address buffer, size_t count);
 
 #ifdef __cplusplus
 }

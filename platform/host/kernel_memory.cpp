@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <utility>
 
 #include "platform/host/bookkeeping.h"
 #include "platform/host/context.h"
@@ -44,29 +45,67 @@ KernelMemory::~KernelMemory()
 
 void *KernelMemory::allocate(size_t size)
 {
+	return allocate(size, false);
+}
+
+void *KernelMemory::allocate_large(size_t size)
+{
+	std::function<void(size_t)> action;
+	{
+		const BookkeepingGuard guard(mutex_);
+		action = before_large_allocation_;
+	}
+	if (action) {
+		action(size);
+	}
+	void *const memory = allocate(size, true);
+	if (memory != nullptr) {
+		// Whoever reads what nobody has written gets no zeroes.
+		std::memset(memory, 0xa5, size);
+	}
+	return memory;
+}
+
+void *KernelMemory::allocate(size_t size, bool large)
+{
 	const BookkeepingGuard guard(mutex_);
 	++attempts_;
-	if (fail_all_ || attempts_ == failing_attempt_ || size > largest_allocation) {
+	if (fail_all_ || attempts_ == failing_attempt_ || (!large && size > largest_allocation)) {
 		return nullptr;
 	}
 	void *const memory = std::calloc(1, size);
 	if (memory == nullptr) {
 		die("the host has no memory");
 	}
-	allocations_[memory] = {memory, size, attempts_};
+	allocations_[memory] = {memory, size, attempts_, large};
 	return memory;
 }
 
 void KernelMemory::free(void *memory)
+{
+	free(memory, false);
+}
+
+void KernelMemory::free_large(void *memory)
+{
+	free(memory, true);
+}
+
+void KernelMemory::free(void *memory, bool large)
 {
 	if (memory == nullptr) {
 		return;
 	}
 	{
 		const BookkeepingGuard guard(mutex_);
-		if (allocations_.erase(memory) == 0) {
+		const auto found = allocations_.find(memory);
+		if (found == allocations_.end()) {
 			die("free of memory that is not allocated: %p", memory);
 		}
+		if (found->second.large != large) {
+			die("memory of one allocator freed by the other: %p", memory);
+		}
+		allocations_.erase(found);
 	}
 	std::free(memory);
 }
@@ -81,6 +120,12 @@ void KernelMemory::fail_all_allocations(bool fail)
 {
 	const BookkeepingGuard guard(mutex_);
 	fail_all_ = fail;
+}
+
+void KernelMemory::before_large_allocation(std::function<void(size_t)> action)
+{
+	const BookkeepingGuard guard(mutex_);
+	before_large_allocation_ = std::move(action);
 }
 
 uint64_t KernelMemory::attempts() const

@@ -28,6 +28,8 @@ Machine::Machine()
 
 Machine::~Machine()
 {
+	// They are the module's code, and need the machine.
+	threads.end_all();
 	locks.expect_all_free("at the machine's end");
 	the_machine = nullptr;
 }

@@ -11,7 +11,9 @@
 #include "platform/host/devices.h"
 #include "platform/host/kernel_log.h"
 #include "platform/host/kernel_memory.h"
+#include "platform/host/kernel_threads.h"
 #include "platform/host/packet_buffer.h"
+#include "platform/host/proc_files.h"
 #include "platform/host/registrations.h"
 #include "platform/host/spin_locks.h"
 #include "platform/host/user_memory.h"
@@ -39,10 +41,18 @@ enum class Event {
 	misc_registered,
 	misc_refused,
 	misc_deregistered,
+	thread_created,
+	thread_refused,
+	thread_woken,
+	thread_stopped,
+	proc_created,
+	proc_refused,
+	proc_removed,
 };
 
 // One at a time: the seam's functions serve the machine that lives. Its making loads the module's image afresh (all
-// static state as the linker left it); its end dies when a lock is held and frees what the module has not.
+// static state as the linker left it); its end stops the threads that the module has not, dies when a lock is held, and
+// frees what the module has not.
 class Machine
 {
 public:
@@ -62,14 +72,16 @@ public:
 	SpinLocks locks;
 	BridgeHooks hooks;
 	MiscDevices misc;
+	ProcFiles proc;
+	KernelThreads threads;
 
 	// Memory that the module has asked for and not freed, oldest first.
 	[[nodiscard]] std::vector<Allocation> live_allocations() const { return memory.live(); }
 	// What of it nothing in the module points to any more.
 	[[nodiscard]] std::vector<Allocation> lost_allocations() const;
 
-	// insmod: the module's start and its result. A failed start leaves the module as its start left it, so that a
-	// test can look at it.
+	// insmod: the module's start and its result, once its threads sleep. A failed start leaves the module as its
+	// start left it, so that a test can look at it.
 	[[nodiscard]] int load();
 	// rmmod: the module's stop, or -16 and nothing done while the module is in use.
 	[[nodiscard]] int unload();
@@ -85,6 +97,10 @@ public:
 	// Die if the module keeps its copy of a record, or a lock.
 	[[nodiscard]] long ioctl(int32_t command, unsigned long argument);
 	[[nodiscard]] long compat_ioctl(uint32_t command, unsigned long argument);
+
+	// The proc file, as a process that has it open sees it, and -5 while it is not there. A read moves `position`.
+	[[nodiscard]] long proc_read(cp_user_address buffer, size_t length, int64_t &position);
+	[[nodiscard]] long proc_write(cp_user_address buffer, size_t count);
 
 	// The bridge's hook points. The hook state has no egress device at the first, no ingress device at the second.
 	[[nodiscard]] cp_verdict pre_routing(PacketBuffer &packet, const std::string &in_name);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The machine's calls into the module's life cycle and control device. A file of its own: programs that use a part of
+// The machine's calls into the module's life cycle, control device and proc file. A file of its own: programs that use a part of
 // the module only, such as a parser's fuzzer, need not link the whole.
 #include "platform/host/context.h"
 #include "platform/host/machine.h"
@@ -22,6 +22,7 @@ int Machine::load()
 	}
 	const int result = captive_portal_init();
 	expect_no_lock_held("captive_portal_init");
+	threads.settle();
 	loaded_ = result == 0;
 	return result;
 }
@@ -36,8 +37,11 @@ int Machine::unload()
 	}
 	captive_portal_exit();
 	expect_no_lock_held("captive_portal_exit");
-	if (!hooks.registered().empty() || misc.registered().has_value()) {
+	if (!hooks.registered().empty() || misc.registered().has_value() || proc.file().has_value()) {
 		die("the module left a registration behind");
+	}
+	if (!threads.threads().empty()) {
+		die("the module left a thread behind");
 	}
 	loaded_ = false;
 	return 0;
@@ -72,6 +76,24 @@ long Machine::compat_ioctl(uint32_t command, unsigned long argument)
 	const long result = captive_portal_compat_ioctl(command, argument);
 	expect_no_lock_held("captive_portal_compat_ioctl");
 	return result;
+}
+
+long Machine::proc_read(cp_user_address buffer, size_t length, int64_t &position)
+{
+	return proc.call([&] {
+		const long result = captive_portal_summary_read(buffer, length, &position);
+		expect_no_lock_held("captive_portal_summary_read");
+		return result;
+	});
+}
+
+long Machine::proc_write(cp_user_address buffer, size_t count)
+{
+	return proc.call([&] {
+		const long result = captive_portal_summary_write(buffer, count);
+		expect_no_lock_held("captive_portal_summary_write");
+		return result;
+	});
 }
 
 } // namespace captive_portal::host

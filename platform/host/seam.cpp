@@ -173,3 +173,83 @@ void cp_module_put(void)
 {
 	Machine::current().put_module();
 }
+
+size_t cp_format(char *out, size_t size, const char *format, ...)
+{
+	va_list arguments;
+	va_start(arguments, format);
+	const std::string text = captive_portal::host::format_kernel_text(format, arguments);
+	va_end(arguments);
+	if (size == 0) {
+		return 0;
+	}
+	// A NUL that was printed ends the text for whoever reads it, but counts.
+	const size_t length = text.size() < size ? text.size() : size - 1;
+	std::memcpy(out, text.data(), length);
+	out[length] = '\0';
+	return length;
+}
+
+void *cp_alloc_large(size_t size)
+{
+	might_sleep("cp_alloc_large");
+	return Machine::current().memory.allocate_large(size);
+}
+
+void cp_free_large(void *memory)
+{
+	might_sleep("cp_free_large");
+	Machine::current().memory.free_large(memory);
+}
+
+void cp_yield_processor(void)
+{
+	Machine::current().threads.yield();
+}
+
+struct cp_thread *cp_thread_create(int (*body)(void), const char *name)
+{
+	Machine &machine = Machine::current();
+	cp_thread *const thread = machine.threads.create(body, name);
+	machine.happened(thread != nullptr ? Event::thread_created : Event::thread_refused);
+	return thread;
+}
+
+void cp_thread_wake_up(struct cp_thread *thread)
+{
+	Machine &machine = Machine::current();
+	machine.threads.wake_up(thread);
+	machine.happened(Event::thread_woken);
+}
+
+void cp_thread_stop(struct cp_thread *thread)
+{
+	Machine &machine = Machine::current();
+	machine.threads.stop(thread);
+	machine.happened(Event::thread_stopped);
+}
+
+int cp_thread_should_stop(void)
+{
+	return Machine::current().threads.should_stop() ? 1 : 0;
+}
+
+void cp_thread_sleep(uint32_t ticks)
+{
+	Machine::current().threads.sleep(ticks);
+}
+
+int cp_proc_create(const struct cp_proc_file *file)
+{
+	Machine &machine = Machine::current();
+	const int result = machine.proc.create(file);
+	machine.happened(result == 0 ? Event::proc_created : Event::proc_refused);
+	return result;
+}
+
+void cp_proc_remove(const struct cp_proc_file *file)
+{
+	Machine &machine = Machine::current();
+	machine.proc.remove(file);
+	machine.happened(Event::proc_removed);
+}

@@ -4,6 +4,8 @@
 
 #include <linux/slab.h>
 
+#include "platform/linux/compat/large_memory.h"
+
 void *cp_zalloc_atomic(size_t size)
 {
 	/* A flood of clients may use up the atomic reserves; each failure then must not print a stack trace as well. */
@@ -13,4 +15,14 @@ void *cp_zalloc_atomic(size_t size)
 void cp_free(void *memory)
 {
 	kfree(memory);
+}
+
+void *cp_alloc_large(size_t size)
+{
+	return allocate_large_memory(size);
+}
+
+void cp_free_large(void *memory)
+{
+	kvfree(memory);
 }

@@ -4,9 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "base/debug_level.h"
-#include "garden/arecord_table.h"
 #include "tests/support/host_test.h"
-#include "tests/unit/garden_records.h"
+#include "tests/unit/garden_cache.h"
 
 namespace captive_portal::test
 {
@@ -14,46 +13,7 @@ namespace captive_portal::test
 namespace
 {
 
-using Names = std::vector<std::string>;
-
 constexpr int64_t start_time = 1'000'000;
-
-void add(Ipv4Address ip, std::string_view name, uint32_t mask = 0, uint32_t ttl = 60)
-{
-	const ExactText exact(name);
-	add_dns_arecord(arecord_bucket(ip), mask, exact.text(), ip, ttl);
-}
-
-// The cache's entry for the address, null when there is none.
-[[nodiscard]] dns_arecord *entry_of(Ipv4Address ip)
-{
-	for (dns_arecord &entry : dns_aRecord[arecord_bucket(ip)]) {
-		if (entry.ip == ip.raw) {
-			return &entry;
-		}
-	}
-	return nullptr;
-}
-
-[[nodiscard]] Names names_of(Ipv4Address ip)
-{
-	Names names;
-	if (const dns_arecord *const entry = entry_of(ip)) {
-		for (const fqdn_node &node : entry->fqdn_list) {
-			names.emplace_back(node.fqdn);
-		}
-	}
-	return names;
-}
-
-[[nodiscard]] std::vector<uint64_t> addresses_in(uint32_t bucket)
-{
-	std::vector<uint64_t> addresses;
-	for (const dns_arecord &entry : dns_aRecord[bucket]) {
-		addresses.push_back(entry.ip);
-	}
-	return addresses;
-}
 
 class ArecordCacheTest : public HostTest
 {
@@ -62,18 +22,6 @@ protected:
 	{
 		init_walled_garden_table();
 		machine.clock.set(start_time);
-	}
-
-	// Fills the cache with 16384 addresses, 16 in each bucket.
-	static void fill()
-	{
-		for (uint32_t number = 0; number < 16384; ++number) {
-			add(filler(number), "full.example");
-		}
-	}
-	[[nodiscard]] static Ipv4Address filler(uint32_t number)
-	{
-		return ipv4(static_cast<uint8_t>(number), static_cast<uint8_t>(number >> 8), 1, 1);
 	}
 
 	const Ipv4Address server = ipv4(192, 0, 2, 1);
@@ -99,52 +47,6 @@ TEST_F(ArecordCacheTest, BucketsAreEmptyListsBeforeAnythingRuns)
 	EXPECT_FALSE(match_dns_aRecord_garden_list(server, 0));
 	add(server, "early.example", 1);
 	EXPECT_TRUE(match_dns_aRecord_garden_list(server, 0));
-}
-
-// Start and stop
-
-TEST_F(ArecordCacheTest, StartLogsItsName)
-{
-	dns_parse_init();
-	EXPECT_LOG(debug_line("dns_parse_init\n"));
-	EXPECT_EQ(total_ip_count, 0);
-}
-
-TEST_F(ArecordCacheTest, StartFreesWhatAHookStoredBeforeIt)
-{
-	add(server, "early.example", 1);
-	add(server, "earlier.example", 1);
-	add(ipv4(192, 0, 2, 2), "other.example", 1);
-	dns_parse_init();
-	EXPECT_EQ(total_ip_count, 0);
-	EXPECT_EQ(entry_of(server), nullptr);
-	EXPECT_TRUE(machine.live_allocations().empty());
-	add(server, "late.example", 1);
-	EXPECT_EQ(names_of(server), (Names{"late.example"}));
-	EXPECT_EQ(total_ip_count, 1);
-}
-
-TEST_F(ArecordCacheTest, StopLogsItsNameFreesEverythingAndKeepsTheCount)
-{
-	dns_parse_init();
-	add(server, "a.example", 1);
-	add(server, "b.example", 1);
-	add(ipv4(192, 4, 9, 9), "c.example", 1);
-	machine.log.clear();
-	dns_parse_exit();
-	EXPECT_LOG(debug_line("dns_parse_exit\n"));
-	EXPECT_TRUE(machine.live_allocations().empty());
-	EXPECT_TRUE(addresses_in(192).empty());
-	EXPECT_EQ(total_ip_count, 2);
-}
-
-TEST_F(ArecordCacheTest, StopFreesAFullCache)
-{
-	fill();
-	add(filler(0), "second.example");
-	EXPECT_EQ(machine.live_allocations().size(), 3 * 16384u + 2);
-	dns_parse_exit();
-	EXPECT_TRUE(machine.live_allocations().empty());
 }
 
 // A new address
@@ -313,7 +215,7 @@ TEST_F(ArecordCacheTest, AnEntryThatWasReportedStaysHiddenWhenItGainsAName)
 TEST_F(ArecordCacheTest, A16384thAddressIsStoredAndA16385thRefused)
 {
 	debug_level = 1;
-	fill();
+	fill_cache();
 	EXPECT_EQ(total_ip_count, 16384);
 	EXPECT_NO_LOG();
 	EXPECT_NE(entry_of(filler(16383)), nullptr);
@@ -327,7 +229,7 @@ TEST_F(ArecordCacheTest, A16384thAddressIsStoredAndA16385thRefused)
 
 TEST_F(ArecordCacheTest, RefusesSilentlyAtDebugLevel0)
 {
-	fill();
+	fill_cache();
 	debug_level = 0;
 	add(ipv4(192, 0, 2, 99), "late.example");
 	EXPECT_NO_LOG();
@@ -336,7 +238,7 @@ TEST_F(ArecordCacheTest, RefusesSilentlyAtDebugLevel0)
 
 TEST_F(ArecordCacheTest, TheAddressesOfAFullCacheStillRefreshAndGainNames)
 {
-	fill();
+	fill_cache();
 	debug_level = 1;
 	for (uint32_t number = 0; number < 16384; ++number) {
 		add(filler(number), "full.example", 0, 61);

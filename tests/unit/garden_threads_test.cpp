@@ -2,14 +2,17 @@
 // Commands and hooks at once, on the rules and the cache. The thread sanitizer judges the accesses, the cases what comes
 // of them.
 #include <atomic>
+#include <memory>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "base/fixed_addresses.h"
 #include "garden/arecord_table.h"
+#include "garden/dns_side.h"
 #include "platform/host/context.h"
 #include "tests/support/host_test.h"
+#include "tests/support/user_buffer.h"
 #include "tests/unit/garden_records.h"
 
 namespace captive_portal::test
@@ -87,11 +90,14 @@ TEST_F(GardenThreadsTest, HooksAskWhileTheTablesAreSetAtStartAndFreedAtStop)
 		init_walled_garden_table();
 		init_fixed_addresses();
 		dns_parse_init();
+		hook.wait_for_a_run();
+		dns_parse_exit();
 	}
 	hook.wait_for_a_run();
 	hook.stop();
 	EXPECT_TRUE(match_dns_aRecord_garden_list(address_of(1), 0));
 	free_walled_garden_rules();
+	dns_parse_init();
 	dns_parse_exit();
 	EXPECT_TRUE(machine.live_allocations().empty());
 }
@@ -196,6 +202,154 @@ TEST_F(GardenThreadsTest, ACacheThatSeveralHooksFillCountsEachAddressOnce)
 	EXPECT_EQ(total_ip_count, 64);
 	// An entry, and two names with their copies, for each.
 	EXPECT_EQ(machine.live_allocations().size(), 64u * 5);
+}
+
+// ---- The proc file and the expiry thread ----------------------------------------------------------------------------
+
+// A process that opens the file, reads once and looks at what it got, again and again until the file is gone.
+class Reader
+{
+public:
+	Reader(host::Machine &machine, size_t length) : machine_(machine), buffer_(machine, length) {}
+
+	// False when the file is gone.
+	[[nodiscard]] bool read()
+	{
+		int64_t position = 0;
+		const long produced = machine_.proc_read(buffer_.address(), buffer_.size(), position);
+		if (produced == file_is_gone) {
+			return false;
+		}
+		EXPECT_GE(produced, 0);
+		EXPECT_EQ(position, produced);
+		const std::vector<std::byte> bytes = buffer_.read();
+		expect_whole({reinterpret_cast<const char *>(bytes.data()), static_cast<size_t>(produced)});
+		return true;
+	}
+
+private:
+	static constexpr long file_is_gone = -5;
+
+	// One of the targets, and entries of three lines each with a name that belongs to the address.
+	static void expect_whole(std::string_view listing)
+	{
+		const auto next_line = [&] {
+			const size_t end = listing.find('\n');
+			EXPECT_NE(end, std::string_view::npos) << listing;
+			const std::string_view line = listing.substr(0, end);
+			listing.remove_prefix(end == std::string_view::npos ? listing.size() : end + 1);
+			return std::string(line);
+		};
+		const std::string header = next_line();
+		EXPECT_TRUE(header == "Captive Portal DNS A Record Info, target=all" ||
+			    header == "Captive Portal DNS A Record Info, target=wlan-1-1")
+			<< header;
+		while (!listing.empty()) {
+			const std::string line = next_line();
+			if (line == "Finished...") {
+				EXPECT_TRUE(listing.empty());
+				return;
+			}
+			EXPECT_TRUE(line.starts_with("[")) << line;
+			if (!listing.empty()) {
+				EXPECT_EQ(next_line(), "  match walled garden: 1-1");
+			}
+			if (!listing.empty()) {
+				EXPECT_EQ(next_line(), "  fqdn = one.example");
+			}
+		}
+	}
+
+	host::Machine &machine_;
+	UserBuffer buffer_;
+};
+
+[[nodiscard]] long select(host::Machine &machine, std::string_view target)
+{
+	UserBuffer buffer(machine, target.size());
+	buffer.write(std::as_bytes(std::span(target)));
+	return machine.proc_write(buffer.address(), target.size());
+}
+
+TEST_F(GardenThreadsTest, ReadersWritersAnswersRulesAndExpiryGoTogether)
+{
+	load_module();
+	machine.log.keep(false);
+	ASSERT_EQ(WgRecord(UPDATE_RULE, 0, 1).domain("one.example").write(), 0);
+	std::atomic<bool> stop = false;
+	std::vector<std::thread> threads;
+	const auto repeat = [&](auto body) {
+		threads.emplace_back([&stop, body]() mutable {
+			for (uint32_t round = 0; !stop; ++round) {
+				body(round);
+			}
+		});
+	};
+	for (uint32_t hook = 0; hook < 2; ++hook) {
+		repeat([](uint32_t round) {
+			const host::SoftirqContext softirq;
+			// In a bucket of many, too.
+			const Ipv4Address ip = round % 2 == 0 ? address_of(round % addresses) :
+								ipv4(7, 0, 0, static_cast<uint8_t>(round % 100));
+			const ExactText name("one.example");
+			add_dns_arecord(arecord_bucket(ip), 1, name.text(), ip, round % 7);
+			(void)match_dns_aRecord_garden_list(ip, 0);
+		});
+	}
+	for (const size_t length : {size_t{64} * 1024, size_t{200}}) {
+		repeat([reader = std::make_shared<Reader>(machine, length)](uint32_t) { EXPECT_TRUE(reader->read()); });
+	}
+	repeat([&](uint32_t round) {
+		const std::string_view target = round % 2 == 0 ? "all" : "wlan-1-1";
+		EXPECT_EQ(select(machine, target), static_cast<long>(target.size()));
+		EXPECT_EQ(select(machine, "x"), -22);
+	});
+	repeat([](uint32_t) { EXPECT_EQ(WgRecord(UPDATE_RULE, 1, 1).domain("two.*").write(), 0); });
+	for (int i = 0; i < rounds; ++i) {
+		machine.clock.advance(1);
+		machine.threads.advance(6000);
+	}
+	stop = true;
+	for (std::thread &thread : threads) {
+		thread.join();
+	}
+	machine.clock.advance(100);
+	machine.threads.advance(6000);
+	EXPECT_EQ(total_ip_count, 0);
+	EXPECT_EQ(machine.unload(), 0);
+	EXPECT_TRUE(machine.live_allocations().empty());
+}
+
+TEST_F(GardenThreadsTest, TheModuleUnloadsUnderReadersAndWriters)
+{
+	for (int round = 0; round < 20; ++round) {
+		load_module();
+		machine.log.keep(false);
+		for (uint32_t number = 0; number < addresses; ++number) {
+			add(number, "one.example", 1);
+		}
+		std::atomic<int> ready = 0;
+		std::thread reader([&] {
+			Reader file(machine, 4096);
+			while (file.read()) {
+				++ready;
+			}
+		});
+		std::thread writer([&] {
+			while (select(machine, "all") == 3) {
+				++ready;
+			}
+		});
+		std::thread pass([&] { machine.threads.advance(6000); });
+		while (ready < 4) {
+			std::this_thread::yield();
+		}
+		EXPECT_EQ(machine.unload(), 0);
+		reader.join();
+		writer.join();
+		pass.join();
+		EXPECT_TRUE(machine.live_allocations().empty());
+	}
 }
 
 } // namespace

@@ -71,6 +71,23 @@ TEST_F(KernelLog, PrintsANullTextAsTheKernelDoes)
 	EXPECT_EQ(PRINTED("%.15s.", nothing), "(null).");
 }
 
+TEST_F(KernelLog, HasAFormatterThatCutsAtTheBuffersEnd)
+{
+	char out[8] = "#######";
+	const uint8_t address[] = {10, 0, 0, 1};
+	EXPECT_EQ(cp_format(out, sizeof(out), "%d-%s", 12, "ab"), 5u);
+	EXPECT_STREQ(out, "12-ab");
+	EXPECT_EQ(out[6], '#');
+	EXPECT_EQ(cp_format(out, sizeof(out), "%pI4", address), 7u);
+	EXPECT_STREQ(out, "10.0.0.");
+	EXPECT_EQ(cp_format(out, 1, "abc"), 0u);
+	EXPECT_STREQ(out, "");
+	out[0] = '#';
+	EXPECT_EQ(cp_format(out, 0, "abc"), 0u);
+	EXPECT_EQ(out[0], '#');
+	EXPECT_NO_LOG();
+}
+
 TEST_F(KernelLog, TakesLinesFromManyThreads)
 {
 	const auto write = [] {

@@ -87,6 +87,59 @@ TEST_F(KernelMemory, LosesWhatNothingPointsTo)
 	EXPECT_TRUE(machine.lost_allocations().empty());
 }
 
+TEST_F(KernelMemory, GivesLargeMemoryOfAnySizeThatIsNotZeroed)
+{
+	constexpr size_t size = (size_t{4} << 20) + 1;
+	EXPECT_EQ(cp_zalloc_atomic(size), nullptr);
+	auto *const memory = static_cast<unsigned char *>(cp_alloc_large(size));
+	ASSERT_NE(memory, nullptr);
+	EXPECT_NE(memory[0], 0);
+	EXPECT_NE(memory[size - 1], 0);
+	EXPECT_EQ(machine.live_allocations().at(0).size, size);
+	cp_free_large(memory);
+	cp_free_large(nullptr);
+	EXPECT_TRUE(machine.live_allocations().empty());
+}
+
+TEST_F(KernelMemory, FailsLargeAllocationsOnOrderAndTellsOfThem)
+{
+	std::vector<size_t> sizes;
+	machine.memory.before_large_allocation([&](size_t size) { sizes.push_back(size); });
+	machine.memory.fail_allocation(1);
+	EXPECT_EQ(cp_alloc_large(10), nullptr);
+	void *const memory = cp_alloc_large(20);
+	EXPECT_NE(memory, nullptr);
+	cp_free_large(memory);
+	cp_free(cp_zalloc_atomic(30));
+	EXPECT_EQ(sizes, (std::vector<size_t>{10, 20}));
+}
+
+TEST_F(KernelMemoryDeathTest, DiesWhenFreedByTheOtherAllocator)
+{
+	void *const small = cp_zalloc_atomic(1);
+	void *const large = cp_alloc_large(1);
+	EXPECT_DEATH(cp_free_large(small), "freed by the other");
+	EXPECT_DEATH(cp_free(large), "freed by the other");
+	cp_free(small);
+	cp_free_large(large);
+}
+
+TEST_F(KernelMemoryDeathTest, DiesWhenLargeMemoryIsAskedForOrFreedUnderALock)
+{
+	EXPECT_DEATH(
+		{
+			cp_spin_lock_bh(CP_LOCK_CP);
+			static_cast<void>(cp_alloc_large(1));
+		},
+		"cp_alloc_large may sleep, but a spin lock is held");
+	EXPECT_DEATH(
+		{
+			cp_spin_lock_bh(CP_LOCK_CP);
+			cp_free_large(nullptr);
+		},
+		"cp_free_large may sleep, but a spin lock is held");
+}
+
 TEST_F(KernelMemoryDeathTest, DiesWhenFreedTwice)
 {
 	void *const memory = cp_zalloc_atomic(1);
