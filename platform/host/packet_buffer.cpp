@@ -63,8 +63,8 @@ PacketBuffer::PacketBuffer(const Frame &frame, Layout layout)
 	if (layout == Layout::headers_only) {
 		network = std::min<size_t>(network, CP_PACKET_HEADER_BYTES);
 	}
-	data_ = std::make_shared<Data>(Block(bytes.first(ethernet)), Block(bytes.subspan(ethernet, network)),
-				       Block(bytes.subspan(ethernet + network)));
+	data_ = std::make_shared<Data>(Data{Block(bytes.first(ethernet)), Block(bytes.subspan(ethernet, network)),
+					    Block(bytes.subspan(ethernet + network))});
 }
 
 Frame PacketBuffer::frame() const
