@@ -46,7 +46,7 @@ std::string print_string(const Conversion &conversion, const char *string)
 	}
 	const size_t length = conversion.precision >= 0 ? strnlen(string, static_cast<size_t>(conversion.precision)) :
 							  std::strlen(string);
-	const std::string copy(string, length);
+	std::string copy(string, length);
 	std::string width = conversion.flags;
 	if (const size_t dot = width.find('.'); dot != std::string::npos) {
 		width.resize(dot);
@@ -64,55 +64,50 @@ std::string print_ipv4(const uint8_t *address)
 	return buffer;
 }
 
-// `va_list` may be an array type, so it travels inside a structure.
-struct Arguments {
-	va_list list;
-};
-
 // Both give the argument as the conversion's length reads it, in the widest type.
-long long signed_argument(Length length, Arguments &arguments)
+long long signed_argument(Length length, va_list &arguments)
 {
 	switch (length) {
 	case Length::none:
 		break;
 	case Length::half_half:
-		return static_cast<signed char>(va_arg(arguments.list, int));
+		return static_cast<signed char>(va_arg(arguments, int));
 	case Length::half:
-		return static_cast<short>(va_arg(arguments.list, int));
+		return static_cast<short>(va_arg(arguments, int));
 	case Length::one_long:
 	case Length::size:
-		return va_arg(arguments.list, long);
+		return va_arg(arguments, long);
 	case Length::two_longs:
-		return va_arg(arguments.list, long long);
+		return va_arg(arguments, long long);
 	}
-	return va_arg(arguments.list, int);
+	return va_arg(arguments, int);
 }
 
-unsigned long long unsigned_argument(Length length, Arguments &arguments)
+unsigned long long unsigned_argument(Length length, va_list &arguments)
 {
 	switch (length) {
 	case Length::none:
 		break;
 	case Length::half_half:
-		return static_cast<unsigned char>(va_arg(arguments.list, unsigned));
+		return static_cast<unsigned char>(va_arg(arguments, unsigned));
 	case Length::half:
-		return static_cast<unsigned short>(va_arg(arguments.list, unsigned));
+		return static_cast<unsigned short>(va_arg(arguments, unsigned));
 	case Length::one_long:
 	case Length::size:
-		return va_arg(arguments.list, unsigned long);
+		return va_arg(arguments, unsigned long);
 	case Length::two_longs:
-		return va_arg(arguments.list, unsigned long long);
+		return va_arg(arguments, unsigned long long);
 	}
-	return va_arg(arguments.list, unsigned);
+	return va_arg(arguments, unsigned);
 }
 
 // Width or precision.
-void print_number(Conversion &conversion, const char *&position, Arguments &arguments)
+void print_number(Conversion &conversion, const char *&position, va_list &arguments)
 {
 	int number = 0;
 	if (*position == '*') {
 		++position;
-		number = va_arg(arguments.list, int);
+		number = va_arg(arguments, int);
 	} else {
 		while (*position >= '0' && *position <= '9') {
 			number = number * 10 + (*position++ - '0');
@@ -122,7 +117,7 @@ void print_number(Conversion &conversion, const char *&position, Arguments &argu
 	conversion.precision = number;
 }
 
-Conversion parse_conversion(const char *&position, Arguments &arguments)
+Conversion parse_conversion(const char *&position, va_list &arguments)
 {
 	Conversion conversion;
 	conversion.flags = "%";
@@ -156,7 +151,7 @@ Conversion parse_conversion(const char *&position, Arguments &arguments)
 	return conversion;
 }
 
-std::string print_conversion(const Conversion &conversion, const char *&position, Arguments &arguments)
+std::string print_conversion(const Conversion &conversion, const char *&position, va_list &arguments)
 {
 	switch (conversion.letter) {
 	case '%':
@@ -165,16 +160,16 @@ std::string print_conversion(const Conversion &conversion, const char *&position
 	case 'i':
 		return print_one(conversion, "ll", signed_argument(conversion.length, arguments));
 	case 'c':
-		return print_one(conversion, "", va_arg(arguments.list, int));
+		return print_one(conversion, "", va_arg(arguments, int));
 	case 'u':
 	case 'x':
 	case 'X':
 	case 'o':
 		return print_one(conversion, "ll", unsigned_argument(conversion.length, arguments));
 	case 's':
-		return print_string(conversion, va_arg(arguments.list, const char *));
+		return print_string(conversion, va_arg(arguments, const char *));
 	case 'p': {
-		const void *const pointer = va_arg(arguments.list, const void *);
+		const void *const pointer = va_arg(arguments, const void *);
 		if (std::strncmp(position, "I4", 2) == 0) {
 			position += 2;
 			return print_ipv4(static_cast<const uint8_t *>(pointer));
@@ -190,8 +185,9 @@ std::string print_conversion(const Conversion &conversion, const char *&position
 
 std::string format_kernel_text(const char *format, va_list list)
 {
-	Arguments arguments;
-	va_copy(arguments.list, list);
+	// A parameter of this type may be a pointer; the copy is the object itself and can be passed on by reference.
+	va_list arguments;
+	va_copy(arguments, list);
 	std::string text;
 	for (const char *position = format; *position != '\0';) {
 		if (*position != '%') {
@@ -202,7 +198,7 @@ std::string format_kernel_text(const char *format, va_list list)
 		const Conversion conversion = parse_conversion(position, arguments);
 		text += print_conversion(conversion, position, arguments);
 	}
-	va_end(arguments.list);
+	va_end(arguments);
 	return text;
 }
 

@@ -91,10 +91,10 @@ public:
 	void get_module() { ++module_references_; }
 	void put_module();
 
-	// The control device's file, as a process sees it: 0 or a negative error, and -6 while it is not registered.
+	// The control device's file: 0 or a negative error, and -6 while it is not registered; the dispatcher's result as
+	// it is. All four die if the module returns with a lock held.
 	[[nodiscard]] int open();
 	[[nodiscard]] int release();
-	// Die if the module keeps its copy of a record, or a lock.
 	[[nodiscard]] long ioctl(int32_t command, unsigned long argument);
 	[[nodiscard]] long compat_ioctl(uint32_t command, unsigned long argument);
 

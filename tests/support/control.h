@@ -40,7 +40,7 @@ template <size_t size> void set_text(char (&field)[size], std::string_view text)
 	std::memcpy(field, text.data(), text.size() < size ? text.size() : size);
 }
 
-// Shorthand for setting up state. Each throws unless the module answers 0.
+// Shorthand for setting up state. Each throws unless the module answers 0, and forgets the log.
 void set_debug_level(host::Machine &machine, int32_t level);
 void set_portal(host::Machine &machine, cp_set_command sub_command, int32_t row, uint32_t value);
 void set_logout_address(host::Machine &machine, int32_t row, std::string_view dotted_quad);

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Which of the access point's own ports the gatekeeper hook keeps closed, and to whom.
+#include "tests/support/host_test.h"
+#include "tests/support/packets.h"
 #include "tests/unit/bridge_gatekeeper_fixture.h"
 
 namespace captive_portal::test
@@ -14,8 +16,9 @@ constexpr uint16_t redirect_ports[] = {
 	30081, 30082, 30083, 30084, 30085, 30086, 30087, 30088, 30444, 30445, 30446, 30447, 30448, 30449, 30450, 30451,
 };
 
-// Beside the closed ones on either side, and those of the web service that nobody guards.
-constexpr uint16_t open_ports[] = {53,    80,    81,    85,    88,    89,    92,    443,   1025,  1058,
+// Beside the closed ones on either side, and those of the web service that nobody guards. Port 0 is what the table's
+// rows behind the wireless ones hold; those are no interfaces.
+constexpr uint16_t open_ports[] = {0,     53,    80,    81,    85,    88,    89,    92,    443,   1025, 1058,
 				   10080, 10089, 10443, 10452, 20080, 20089, 30080, 30452, 40081, 65535};
 
 Frame to_port(const Host &from, uint16_t port)
@@ -105,6 +108,61 @@ TEST(BridgeGatekeeperPorts, TheGuardComesBeforeTheTables)
 				    listed(ADD_WHITELIST_MAC, "wlan-1-1", client_of_wlan_1_1),
 				    listed(ADD_MIREL_WHITE_LIST_MAC, "", client_of_wlan_1_1)});
 	expect_verdicts("wlan-1-1", client_of_wlan_1_1, {10082, 20081, 30451}, CP_DROP, 0, admitted);
+}
+
+// The guard reads modes, ports and the names of OWE pairs without a lock; the client tables come after it.
+class BridgeGatekeeperGuard : public HostTest
+{
+protected:
+	void SetUp() override
+	{
+		build_access_point(machine);
+		load_module();
+		map_owe_interface(machine, "wlan-1-14", "wlan-1-1");
+		set_portal(machine, CAPTIVE_PORTAL, 0, 1);
+	}
+
+	struct Holds {
+		cp_verdict verdict;
+		uint64_t gatekeeper;
+		uint64_t all;
+		friend bool operator==(const Holds &, const Holds &) = default;
+	};
+
+	// How often the hook takes gatekeeper_lock, and any lock, for the frame.
+	[[nodiscard]] Holds pass(const Frame &frame, const char *device)
+	{
+		const uint64_t gatekeeper = machine.locks.acquisitions(CP_LOCK_GATEKEEPER);
+		const uint64_t all = all_acquisitions();
+		host::PacketBuffer packet = packet_of(frame);
+		packet.in_name = device;
+		const cp_verdict verdict = host::run_hook(ebt_gate_keeper, packet);
+		return {verdict, machine.locks.acquisitions(CP_LOCK_GATEKEEPER) - gatekeeper, all_acquisitions() - all};
+	}
+
+private:
+	[[nodiscard]] uint64_t all_acquisitions() const
+	{
+		uint64_t sum = 0;
+		for (int lock = 0; lock < CP_LOCKS; ++lock) {
+			sum += machine.locks.acquisitions(static_cast<cp_lock_id>(lock));
+		}
+		return sum;
+	}
+};
+
+TEST_F(BridgeGatekeeperGuard, TakesNoLockForWhatItDrops)
+{
+	EXPECT_EQ(pass(to_port(client_of_wlan_1_1, 10082), "wlan-1-1"), (Holds{CP_DROP, 0, 0}));
+	EXPECT_EQ(pass(to_port(client_of_wlan_1_1, 82), "wlan-1-2"), (Holds{CP_DROP, 0, 0}));
+	EXPECT_EQ(pass(to_port(client_of_wlan_1_1, 82), "wlan-9-9"), (Holds{CP_DROP, 0, 0}));
+}
+
+TEST_F(BridgeGatekeeperGuard, TakesNoLockForTheNameOfAnOwePair)
+{
+	EXPECT_EQ(pass(to_port(client_of_wlan_1_1, 10082), "wlan-1-14"), (Holds{CP_DROP, 0, 0}));
+	EXPECT_EQ(pass(to_port(client_of_wlan_1_1, 10082), "wlan-1-15"), (Holds{CP_DROP, 0, 0})) << "without a pair";
+	EXPECT_EQ(pass(to_port(client_of_wlan_1_1, 10081), "wlan-1-14"), (Holds{CP_ACCEPT, 1, 1}));
 }
 
 class GatekeeperGuardRow : public PacketCaseTest

@@ -61,6 +61,15 @@ TEST_F(ControlDevice, HasOneOpenerAtATime)
 	EXPECT_NO_LOG();
 }
 
+TEST_F(ControlDevice, TakesOneOffItsFlagAtRelease)
+{
+	EXPECT_EQ(machine.open(), 0);
+	cp_dev_in_use = 3;
+	EXPECT_EQ(machine.release(), 0);
+	EXPECT_EQ(cp_dev_in_use, 2u) << "deliberate: a count, not a flag that is cleared";
+	EXPECT_EQ(machine.open(), -16);
+}
+
 TEST_F(ControlDevice, HoldsTheModuleWhileItIsOpen)
 {
 	EXPECT_EQ(machine.module_references(), 0);

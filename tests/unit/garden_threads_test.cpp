@@ -3,6 +3,8 @@
 // of them.
 #include <atomic>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -131,6 +133,62 @@ TEST_F(GardenThreadsTest, AReaderNeverMeetsHalfAnUpdate)
 	reader.wait_for_a_run();
 	reader.stop();
 	hook.stop();
+}
+
+TEST_F(GardenThreadsTest, AReaderNeverMeetsHalfASetOfDefaultRules)
+{
+	init_walled_garden_table();
+	// Sets of one size, which share one name: the first of one, the last of the other.
+	constexpr int32_t count = 8;
+	WgRecord one(UPDATE_DEFAULT_RULE, 0);
+	WgRecord two(UPDATE_DEFAULT_RULE, 0);
+	one.domain("in.both");
+	for (int i = 1; i < count; ++i) {
+		one.domain("one." + std::to_string(i));
+		two.domain("two." + std::to_string(i));
+	}
+	two.domain("in.both");
+	ASSERT_EQ(one.write(), 0);
+
+	std::atomic<uint64_t> missed = 0;
+	std::atomic<uint64_t> mixed = 0;
+	HookThread hook([&missed] {
+		if (!domain_matches("in.both", 27)) {
+			++missed;
+		}
+	});
+	HookThread reader([&one, &two, &mixed] {
+		wg_cmd record{};
+		record.cmd = GET_DEFAULT_RULE;
+		(void)get_walled_garden_list(&record);
+		const auto is = [&record](const WgRecord &set) {
+			for (int i = 0; i < count; ++i) {
+				if (std::string_view(record.rules[i].domain_name) != set.record.rules[i].domain_name) {
+					return false;
+				}
+			}
+			return record.rule_number == count;
+		};
+		if (!is(one) && !is(two)) {
+			++mixed;
+		}
+	});
+	hook.wait_for_a_run();
+	reader.wait_for_a_run();
+	for (int i = 0; i < rounds / 10; ++i) {
+		EXPECT_EQ(two.write(), 0);
+		EXPECT_EQ(one.write(), 0);
+	}
+	reader.wait_for_a_run();
+	reader.stop();
+	hook.stop();
+	EXPECT_EQ(missed, 0u);
+	EXPECT_EQ(mixed, 0u);
+
+	// The cache is empty, so its refresh asks nothing: one hold is all that a replacement takes.
+	const uint64_t holds = machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN);
+	EXPECT_EQ(two.write(), 0);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN), holds + 1);
 }
 
 // This hook takes no lock at all, so nothing but the word itself orders it against the command.

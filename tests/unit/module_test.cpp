@@ -170,6 +170,54 @@ TEST_F(Module, ForgetsSpecialConnectionsOfFramesBeforeItsTablesAreFilled)
 	EXPECT_TRUE(machine.live_allocations().empty());
 }
 
+TEST_F(Module, ForgetsWhatCommandsDidBeforeItsTablesAreFilled)
+{
+	constexpr gk_set_command additions[] = {ADD_AUTH_MAC, ADD_LOGIN_MAC, ADD_WHITELIST_MAC, ADD_GA_WHITELIST_MAC,
+						ADD_MAC_AUTH_FALLBACK};
+	machine.after(Event::misc_registered, [&] {
+		ASSERT_EQ(machine.open(), 0);
+		for (const gk_set_command add : additions) {
+			change_clients(machine, add, "wlan-1-1", client_of_wlan_1_1.mac);
+			change_clients(machine, add, "wlan-1-1", second_client_of_wlan_1_1.mac);
+			change_clients(machine, add, "wlan-3-8", client_of_wlan_3_8.mac);
+		}
+		change_clients(machine, ADD_MIREL_BLACK_LIST_MAC, "", client_of_wlan_1_1.mac);
+		change_clients(machine, ADD_MIREL_WHITE_LIST_MAC, "", client_of_wlan_1_2.mac);
+		set_portal(machine, DNS_FILTER_ENABLE, 0, 1);
+		EXPECT_EQ(machine.live_allocations().size(), 17u);
+		EXPECT_EQ(machine.release(), 0);
+	});
+	EXPECT_EQ(machine.load(), 0);
+	for (const iface_mac_list *const table :
+	     {auth_mac_table, login_mac_table, white_list, ga_white_list, mac_auth_fallback}) {
+		gk_list_slot slot;
+		EXPECT_EQ(table[0].list.copy_out(&slot, 1), 0u);
+		EXPECT_EQ(table[23].list.copy_out(&slot, 1), 0u);
+	}
+	EXPECT_FALSE(mirel_black_list.contains(MacAddress::from(client_of_wlan_1_1.mac.data())));
+	EXPECT_FALSE(mirel_white_list.contains(MacAddress::from(client_of_wlan_1_2.mac.data())));
+	EXPECT_EQ(dns_filter_activate, 0u);
+	EXPECT_TRUE(machine.live_allocations().empty()) << "what a command added is freed, not only forgotten";
+}
+
+TEST_F(Module, ForgetsConnectionsOfEveryRowBeforeItsTablesAreFilled)
+{
+	machine.after(Event::misc_registered, [&] {
+		// The social-login address is still 0.0.0.0, so a frame to it leaves a connection in row 26.
+		EXPECT_EQ(pass(FrameBuilder(http_syn).destination(ipv4(0, 0, 0, 0))), CP_ACCEPT);
+		EXPECT_EQ(connections(), (std::vector{Connection{26, client_of_wlan_1_1.address, 51000,
+								 ipv4(0, 0, 0, 0), 80, router_mac}}));
+		for (uint32_t row = 0; row < CP_ROWS; ++row) {
+			record({row, second_client_of_wlan_1_1.address, 51000, upstream_server.address, 80,
+				router_mac});
+		}
+		EXPECT_EQ(machine.live_allocations().size(), 29u);
+	});
+	EXPECT_EQ(machine.load(), 0);
+	EXPECT_EQ(connections(), std::vector<Connection>{});
+	EXPECT_TRUE(machine.live_allocations().empty());
+}
+
 // ---- Failures of the start ------------------------------------------------------------------------------------------
 
 TEST_F(Module, StartsWithoutItsHooks)

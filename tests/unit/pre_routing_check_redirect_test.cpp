@@ -43,6 +43,12 @@ Connection connection(uint32_t row, const Host &server, uint16_t port)
 	return {row, client.address, 51000, server.address, port, server.mac};
 }
 
+// The portal's own garden switch, which is stored and deliberately asked by nobody.
+State portal_garden_switch(int32_t row, uint32_t value)
+{
+	return [=](host::Machine &machine) { set_portal(machine, CP_WALLED_GARDEN, row, value); };
+}
+
 class PreRoutingCheckRedirect : public PacketCaseTest
 {
 };
@@ -67,6 +73,12 @@ const PacketCase web[] = {
 	redirect("HTTP SYN into a garden that is off", to(upstream_server, 80), mark,
 		 all_of({portal(0, 1), garden(0, 0, {upstream_server.address}), resolved(upstream_server.address, 1)}),
 		 10081, {connection(0, upstream_server, 80)}),
+	redirect("HTTP SYN into a garden that is on in the portal's table alone", to(upstream_server, 80), mark,
+		 all_of({portal(0, 1), portal_garden_switch(0, 1), garden(0, 0, {upstream_server.address})}), 10081,
+		 {connection(0, upstream_server, 80)}),
+	redirect("HTTPS SYN past a garden that is on in the portal's table alone", to(upstream_server, 443), mark,
+		 all_of({portal(0, 1), portal_garden_switch(0, 1), garden(0, 0)}), 10444,
+		 {connection(0, upstream_server, 443)}),
 	redirect("HTTP SYN with any other mode", to(upstream_server, 80), mark, portal(0, 2), 10081,
 		 {connection(0, upstream_server, 80)}),
 	redirect("HTTP SYN with the highest mode", to(upstream_server, 80), mark, portal(0, 0xffffffff), 10081,

@@ -234,6 +234,27 @@ const PacketCase gardens[] = {
 };
 INSTANTIATE_TEST_SUITE_P(WalledGarden, PreRoutingCheck, ::testing::ValuesIn(gardens), packet_case_name);
 
+// The access point's own web service before HTTPS that is not blocked, that before the garden: the first that decides
+// says its line, or none.
+const PacketCase order[] = {
+	row("HTTPS to the access point passes while its garden drops HTTPS", syn(access_point, 443), mark,
+	    all_of({portal(0, 1), block_https(0, 1), garden(0, 1)}), CP_ACCEPT),
+	row("HTTPS to the access point passes silently while HTTPS is not blocked", syn(access_point, 443), mark,
+	    all_of({portal(0, 1), block_https(0, 0)}), CP_ACCEPT),
+	row("HTTP to the access point passes silently while the garden has its address", syn(access_point, 80), mark,
+	    all_of({portal(0, 1), garden(0, 1, {access_point.address}), resolved(access_point.address, 1)}), CP_ACCEPT),
+	row("HTTPS to the access point passes silently while the garden has its address", syn(access_point, 443), mark,
+	    all_of({portal(0, 1), block_https(0, 0), garden(0, 1, {access_point.address})}), CP_ACCEPT),
+	row("Another port of the access point passes by the garden", syn(access_point, 8080), mark,
+	    all_of({portal(0, 1), garden(0, 1, {access_point.address})}), CP_ACCEPT,
+	    lines({"nf_cp_check: match walled garden, if_index=0 daddr=192.168.1.1\n"})),
+	row("HTTPS that is not blocked is not looked for in the garden", syn(upstream_server, 443), mark,
+	    all_of({portal(0, 1), block_https(0, 0), garden(0, 1, {upstream_server.address})}), CP_ACCEPT, not_blocked),
+	row("HTTPS that is not blocked passes though the garden does not have it", syn(upstream_server, 443), mark,
+	    all_of({portal(0, 1), block_https(0, 0), garden(0, 1)}), CP_ACCEPT, not_blocked),
+};
+INSTANTIATE_TEST_SUITE_P(Order, PreRoutingCheck, ::testing::ValuesIn(order), packet_case_name);
+
 const PacketCase nobody[] = {
 	row("HTTP passes without br0", syn(upstream_server, 80), mark, all_of({portal(0, 1), no_device("br0")}),
 	    CP_ACCEPT),

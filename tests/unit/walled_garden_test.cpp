@@ -296,6 +296,17 @@ TEST_F(WalledGardenTest, DefaultRulesHoldForEveryRow)
 	}
 }
 
+TEST_F(WalledGardenTest, DefaultRulesAreAskedBeforeTheRowsOwn)
+{
+	store(WgRecord(UPDATE_DEFAULT_RULE, 0).domain("cdn.example.com"));
+	// Asked first, the first rule would say that it has text left over, and the second would match without a line.
+	store(WgRecord(UPDATE_RULE, 4, 1).domain("*.example").domain("*.example.com"));
+	EXPECT_TRUE(domain_matches("cdn.example.com", 4));
+	EXPECT_LOG(debug_line("http_match: match default rule\n"));
+	EXPECT_TRUE(domain_matches("www.example.com", 4));
+	EXPECT_LOG(debug_line("wildcard case : isLastCharWC=[0], strlen(url_src_ptr)=[4]\n"));
+}
+
 TEST_F(WalledGardenTest, ADefaultMatchIsNotLoggedBelowDebugLevel3)
 {
 	store(WgRecord(UPDATE_DEFAULT_RULE, 0).domain("example.com"));
