@@ -14,5 +14,6 @@ MODULE=/payload/captive_portal.ko
 . "$LAB/lib/traffic.sh"
 . "$LAB/lib/capture.sh"
 . "$LAB/lib/module.sh"
+. "$LAB/lib/proc_file.sh"
 
 trap 'report_failed_command "$BASH_COMMAND" $?' ERR
