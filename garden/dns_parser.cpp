@@ -154,7 +154,7 @@ bool store_answers(const uint8_t *dns, const char *buff, const uint8_t *answer, 
 	auto start = static_cast<uint32_t>(answer - dns);
 	for (uint32_t number = 0; number < count; ++number) {
 		char owner[DNS_NAME_SIZE];
-		uint16_t owner_length;
+		uint16_t owner_length = 0;
 		// What starts behind the message fails alike, however far behind.
 		const uint8_t *const name = dns + (start < length ? start : length);
 		const uint8_t *const fields = parse_dns_domain(dns, name, end, owner, &owner_length, DNS_NAME_SIZE);
