@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/debug_level.h"
+#include "base/lock.h"
 #include "garden/arecord_table.h"
 #include "garden/dns_parser.h"
 #include "garden/walled_garden.h"
@@ -68,8 +69,11 @@ host::Machine &make_machine()
 
 void forget(host::Machine &machine)
 {
-	dns_parse_exit();
-	total_ip_count = 0;
+	{
+		const LockGuard guard(Lock::dns_list);
+		free_all_entries();
+		total_ip_count = 0;
+	}
 	machine.log.clear();
 }
 

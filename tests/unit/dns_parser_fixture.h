@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "base/debug_level.h"
-#include "garden/arecord_cache.h"
+#include "base/lock.h"
+#include "garden/arecord_table.h"
 #include "garden/dns_parser.h"
 #include "tests/unit/dns_messages.h"
 #include "tests/unit/garden_records.h"
@@ -50,8 +51,11 @@ protected:
 	// Empties the cache and the log.
 	void forget()
 	{
-		dns_parse_exit();
-		total_ip_count = 0;
+		{
+			const LockGuard guard(Lock::dns_list);
+			free_all_entries();
+			total_ip_count = 0;
+		}
 		machine.log.clear();
 	}
 
