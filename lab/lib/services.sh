@@ -16,8 +16,8 @@ BIG_BYTES=$((16 * 1024 * 1024))
 UPLOADS=/run/upstream-web/uploads
 
 # Redirect ports: fixed and reputation ports, and 24 rows of 10081 + 10000 * radio + vap.
-portal_http_ports() { echo 82 83 86 88 90 $(seq 1025 1041) $(seq 10081 10088) $(seq 20081 20088) $(seq 30081 30088); }
-portal_https_ports() { echo 84 87 89 91 $(seq 1042 1058) $(seq 10444 10451) $(seq 20444 20451) $(seq 30444 30451); }
+portal_http_ports() { echo 82 83 86 88 90 {1025..1041} {1,2,3}008{1..8}; }
+portal_https_ports() { echo 84 87 89 91 {1042..1058} {10444..10451} {20444..20451} {30444..30451}; }
 
 start_services() {
 	start_upstream_dns

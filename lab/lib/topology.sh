@@ -76,87 +76,92 @@ mac_of() {
 	esac
 }
 
+# A program's start costs a User Mode Linux or emulated machine 20 ms and more, so the picture is drawn by as few of
+# them as can be: one for the access point, one for each name space.
 make_topology() {
 	local client
-	make_bridge
-	make_upstream
-	for client; do add_client "$client"; done
-}
-
-make_bridge() {
+	local -A macs=()
 	quiet_ipv6
-	ip link add br0 type bridge forward_delay 0 mcast_snooping 0
-	ip link set br0 address "$AP_MAC"
-	ip link set br0 up
-	ip address add "$AP_ADDRESS/24" dev br0
-	ip route add default via "$GATEWAY_ADDRESS"
-	# The bridge forwards; the access point itself never routes.
-	sysctl -q -w net.ipv4.ip_forward=0
+	for client; do
+		# Not in a subshell: new_mac counts.
+		new_mac "$client"
+		macs[$client]=$REPLY
+	done
+	{
+		# The bridge forwards; the access point itself never routes.
+		echo "link add br0 type bridge forward_delay 0 mcast_snooping 0"
+		echo "link set br0 address $AP_MAC"
+		echo "link set br0 up"
+		echo "address add $AP_ADDRESS/24 dev br0"
+		echo "route add default via $GATEWAY_ADDRESS"
+		connect_port uplink0 upstream "$GATEWAY_MAC"
+		for client; do connect_port "$(port_of "$client")" "client-$client" "${macs[$client]}"; done
+	} | ip -batch -
+	echo 0 >/proc/sys/net/ipv4/ip_forward
+	furnish_upstream
+	for client; do furnish_namespace "client-$client"; done
 }
 
 # Neighbour and router discovery would only make captures hard to read; a case
-# that wants IPv6 turns it on again.
+# that wants IPv6 turns it on again. Name spaces made later begin as this one is.
 quiet_ipv6() {
-	"$@" sysctl -q -w net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1
+	echo 1 >/proc/sys/net/core/devconf_inherit_init_net
+	echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
+	echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6
 }
 
-make_namespace() {
-	ip netns add "$1"
-	quiet_ipv6 ip netns exec "$1"
-	ip -n "$1" link set lo up
+# connect_port PORT NAMESPACE MAC  lines for "ip -batch": a name space, and a cable between a bridge port and its eth0.
+connect_port() {
+	echo "netns add $2"
+	echo "link add $1 type veth peer name eth0 netns $2 address $3"
+	echo "link set $1 master br0"
+	echo "link set $1 up"
+}
+
+# furnish_namespace NAMESPACE [BATCH_LINE...]  what a name space of connect_port needs inside.
+furnish_namespace() {
 	mkdir -p "/run/netns-etc/$1"
 	: >"/run/netns-etc/$1/resolv.conf"
+	printf '%s\n' "link set lo up" "link set eth0 up" "${@:2}" | ip -n "$1" -batch -
 }
 
-# connect_port PORT NAMESPACE MAC  a cable between a bridge port and eth0.
-connect_port() {
-	ip link add "$1" type veth peer name eth0 netns "$2" address "$3"
-	ip link set "$1" master br0
-	ip link set "$1" up
-	ip -n "$2" link set eth0 up
+furnish_upstream() {
+	furnish_namespace upstream \
+		"address add $GATEWAY_ADDRESS/24 dev eth0" \
+		"link add servers type dummy" \
+		"link set servers up" \
+		"${SERVER_ADDRESSES[@]/#/address add dev servers }"
 }
 
-make_upstream() {
-	local address
-	make_namespace upstream
-	connect_port uplink0 upstream "$GATEWAY_MAC"
-	ip -n upstream address add "$GATEWAY_ADDRESS/24" dev eth0
-	ip -n upstream link add servers type dummy
-	ip -n upstream link set servers up
-	for address in "${SERVER_ADDRESSES[@]}"; do
-		ip -n upstream address add "$address/32" dev servers
-	done
-}
-
+# new_mac CLIENT  a hardware address for it, in REPLY.
 extra_clients=0
-add_client() {
-	local mac radio vap
+new_mac() {
 	extra_clients=$((extra_clients + 1))
 	case $1 in
-	[0-9]*-[0-9]*)
-		radio=${1%-*} vap=${1#*-}
-		mac=$(printf '02:00:00:01:%02x:%02x' "$radio" "$vap")
-		;;
-	*) mac=$(printf '02:00:00:02:00:%02x' "$extra_clients") ;;
+	[0-9]*-[0-9]*) printf -v REPLY '02:00:00:01:%02x:%02x' "${1%-*}" "${1#*-}" ;;
+	*) printf -v REPLY '02:00:00:02:00:%02x' "$extra_clients" ;;
 	esac
-	make_namespace "client-$1"
-	connect_port "$(port_of "$1")" "client-$1" "$mac"
+}
+
+add_client() {
+	new_mac "$1"
+	connect_port "$(port_of "$1")" "client-$1" "$REPLY" | ip -batch -
+	furnish_namespace "client-$1"
 }
 
 # A macvlan on the first client's cable: its frames enter the bridge through
 # the same port with a hardware address of their own.
 add_client_behind() {
 	extra_clients=$((extra_clients + 1))
-	make_namespace "client-$2"
-	ip -n "client-$1" link add "$2" link eth0 type macvlan mode bridge
-	ip -n "client-$1" link set "$2" netns "client-$2"
-	ip -n "client-$2" link set "$2" name eth0 \
-		address "$(printf '02:00:00:02:01:%02x' "$extra_clients")"
-	ip -n "client-$2" link set eth0 up
+	ip netns add "client-$2"
+	ip -n "client-$1" link add "$2" link eth0 netns "client-$2" \
+		address "$(printf '02:00:00:02:01:%02x' "$extra_clients")" type macvlan mode bridge
+	ip -n "client-$2" link set "$2" name eth0
+	furnish_namespace "client-$2"
 }
 
 give_address() {
-	ip -n "client-$1" address replace "192.168.100.$2/24" dev eth0
-	ip -n "client-$1" route replace default via "$GATEWAY_ADDRESS"
+	printf '%s\n' "address replace 192.168.100.$2/24 dev eth0" "route replace default via $GATEWAY_ADDRESS" |
+		ip -n "client-$1" -batch -
 	echo "nameserver $AP_ADDRESS" >"/run/netns-etc/client-$1/resolv.conf"
 }
