@@ -11,9 +11,13 @@ namespace captive_portal
 constinit Ipv4Address socialogin_addr = {};
 constinit Ipv4Address dns_filter_addr = {};
 
-void init_fixed_addresses()
+void init_social_login_address()
 {
 	store_word(socialogin_addr, in_aton(text_of_field(CP_SOCIAL_LOGIN_ADDRESS)));
+}
+
+void init_dns_filter_address()
+{
 	store_word(dns_filter_addr, in_aton(text_of_field(CP_DNS_FILTER_ADDRESS)));
 }
 

@@ -12,7 +12,8 @@ namespace captive_portal
 extern Ipv4Address socialogin_addr;
 extern Ipv4Address dns_filter_addr;
 
-// Start: sets both. No lock.
-void init_fixed_addresses();
+// Start: each sets its address. No lock.
+void init_social_login_address();
+void init_dns_filter_address();
 
 } // namespace captive_portal

@@ -71,11 +71,12 @@ int captive_portal_init(void)
 	clear_access_point_addresses();
 	init_walled_garden_table();
 	clear_mirel_lists();
-	init_fixed_addresses();
+	init_social_login_address();
 	{
 		const LockGuard guard(Lock::cp);
 		store_word(dns_filter_activate, 0U);
 	}
+	init_dns_filter_address();
 	dns_parse_init();
 	return 0;
 }

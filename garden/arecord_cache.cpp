@@ -116,6 +116,20 @@ void log_full_cache(uint32_t is_match_wg, Text fqdn, Ipv4Address ip)
 	return false;
 }
 
+// One hold per bucket, so that a full cache does not stop the network. An entry is still judged and marked in one hold: of
+// two refreshes at once, the later one to reach it sees the rules of both.
+void refresh_bucket(ArecordBucket &bucket, uint32_t iface)
+{
+	const LockGuard guard(Lock::dns_list);
+	for (dns_arecord &entry : bucket) {
+		if (any_name_is_in_garden(entry, iface)) {
+			entry.is_match_wg |= mask_of_row(iface);
+		} else {
+			entry.is_match_wg &= ~mask_of_row(iface);
+		}
+	}
+}
+
 } // namespace
 
 void format_ipv4(char (&out)[IPV4_TEXT_SIZE], uint64_t ip)
@@ -190,16 +204,9 @@ bool match_dns_aRecord_garden_list(Ipv4Address ip, uint32_t iface)
 void update_dns_aRecord_list(uint32_t iface)
 {
 	for (ArecordBucket &bucket : dns_aRecord) {
-		// One hold per bucket, so that a full cache does not stop the network. An entry is still judged and marked
-		// in one hold: of two refreshes at once, the later one to reach it sees the rules of both.
-		const LockGuard guard(Lock::dns_list);
-		for (dns_arecord &entry : bucket) {
-			if (any_name_is_in_garden(entry, iface)) {
-				entry.is_match_wg |= mask_of_row(iface);
-			} else {
-				entry.is_match_wg &= ~mask_of_row(iface);
-			}
-		}
+		refresh_bucket(bucket, iface);
+		// The network goes on between two holds.
+		cp_yield_processor();
 	}
 }
 

@@ -189,6 +189,18 @@ TEST_F(ExpiryThread, KeepsEntriesLongerWhenTheClockIsSetBack)
 	EXPECT_EQ(entry_of(server), nullptr);
 }
 
+TEST_F(ExpiryThread, ReadsTheClockOnceBeforeItsFirstLine)
+{
+	add(server, "a.example", 1, 60);
+	debug_level = 3;
+	// The clock goes on as soon as the pass has begun to work.
+	machine.threads.on_yield([this](uint64_t) { machine.clock.set(start_time + 1'000'000); });
+	pass();
+	machine.threads.on_yield(nullptr);
+	EXPECT_TRUE(log_has(debug_line("[schedule_check]in while loop, now=1000000, total_ip_count=1\n")));
+	EXPECT_NE(entry_of(server), nullptr) << "bucket 192 came after the clock had gone on";
+}
+
 TEST_F(ExpiryThread, ComparesSecondsAsSignedNumbers)
 {
 	machine.clock.set(-100);

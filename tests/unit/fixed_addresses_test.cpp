@@ -17,7 +17,8 @@ TEST_F(FixedAddressesTest, AreZeroUntilTheyAreSetAtStart)
 {
 	EXPECT_EQ(socialogin_addr.raw, 0u);
 	EXPECT_EQ(dns_filter_addr.raw, 0u);
-	init_fixed_addresses();
+	init_social_login_address();
+	init_dns_filter_address();
 	EXPECT_EQ(socialogin_addr.raw, 0x02020202u);
 	EXPECT_EQ(dns_filter_addr.raw, 0x04040404u);
 }

@@ -90,7 +90,8 @@ TEST_F(GardenThreadsTest, HooksAskWhileTheTablesAreSetAtStartAndFreedAtStop)
 	hook.wait_for_a_run();
 	for (int i = 0; i < rounds; ++i) {
 		init_walled_garden_table();
-		init_fixed_addresses();
+		init_social_login_address();
+		init_dns_filter_address();
 		dns_parse_init();
 		hook.wait_for_a_run();
 		dns_parse_exit();

@@ -114,6 +114,22 @@ TEST_F(Module, FillsTheTablesAfterTheDeviceIsThere)
 	EXPECT_EQ(socialogin_addr, ipv4(2, 2, 2, 2));
 }
 
+TEST_F(Module, StartsTheDnsSideLast)
+{
+	bool looked = false;
+	machine.after(Event::misc_registered, [] { dns_filter_activate = 1; });
+	machine.after(Event::thread_created, [&] {
+		looked = true;
+		EXPECT_EQ(captive_portal_table[23].mark, 5247u);
+		EXPECT_EQ(walled_garden_table[23].mark, 5247u);
+		EXPECT_EQ(socialogin_addr, ipv4(2, 2, 2, 2));
+		EXPECT_EQ(dns_filter_activate, 0u);
+		EXPECT_EQ(dns_filter_addr, ipv4(4, 4, 4, 4));
+	});
+	EXPECT_EQ(machine.load(), 0);
+	EXPECT_TRUE(looked);
+}
+
 TEST_F(Module, StartsWithNamedRowsAndEmptyLists)
 {
 	load_module();

@@ -143,6 +143,13 @@ TEST_F(SummaryWrite, ClearsTheMarksOfEveryEntryAndEveryName)
 	EXPECT_EQ(marks_of(server), (Marks{0, 0}));
 }
 
+TEST_F(SummaryWrite, ClearsAllMarksInOneHoldOfTheCachesLock)
+{
+	const uint64_t cache = machine.locks.acquisitions(CP_LOCK_DNS_LIST);
+	EXPECT_EQ(write("all"), 3);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_DNS_LIST), cache + 1);
+}
+
 TEST_F(SummaryWrite, NeedsNoMemory)
 {
 	machine.memory.fail_all_allocations(true);

@@ -22,7 +22,8 @@ class WalledGardenTest : public HostTest
 protected:
 	WalledGardenTest()
 	{
-		init_fixed_addresses();
+		init_social_login_address();
+		init_dns_filter_address();
 		init_walled_garden_table();
 		debug_level = 3;
 	}
