@@ -3,7 +3,8 @@
 #
 #   start_services            all of the below
 #   start_upstream_web        nginx on 80 and 443 of every server address
-#   start_upstream_dns        dnsmasq on 203.0.113.53, knows SERVER_NAMES
+#   start_upstream_dns        dnsmasq on 203.0.113.53, knows SERVER_NAMES and the
+#                             names of upstream-names.conf and $CHOSEN_ANSWERS
 #   start_access_point_dns    dnsmasq on the access point: DHCP .50 to .150, DNS
 #   start_portal_web          nginx on every redirect port of the access point
 #
@@ -113,13 +114,19 @@ start_portal_web() {
 	wait_until 20 "the portal web server listens" listening access_point
 }
 
+# Both DNS servers answer in 1,500 bytes to who can take them.  $upstream_dns_process and
+# $access_point_dns_process forget all that they remember of others' answers on SIGHUP.
+CHOSEN_ANSWERS=$CASE_DIR/chosen-answers
+
 start_upstream_dns() {
 	local name records=()
 	for name in "${!SERVER_NAMES[@]}"; do records+=(--host-record="$name,${SERVER_NAMES[$name]}"); done
-	in_upstream dnsmasq --conf-file=/dev/null --no-resolv --no-hosts --no-daemon --user=root \
-		--listen-address="$UPSTREAM_DNS" --bind-interfaces --log-queries \
-		--local-ttl=60 --log-facility="$CASE_DIR/upstream-dns.log" "${records[@]}" \
+	: >>"$CHOSEN_ANSWERS"
+	ip netns exec upstream dnsmasq --conf-file="$LAB/lib/upstream-names.conf" --addn-hosts="$CHOSEN_ANSWERS" \
+		--no-resolv --no-hosts --no-daemon --user=root --listen-address="$UPSTREAM_DNS" --bind-interfaces \
+		--edns-packet-max=1500 --log-queries --log-facility="$CASE_DIR/upstream-dns.log" "${records[@]}" \
 		>>"$CASE_DIR/upstream-dns.log" 2>&1 &
+	upstream_dns_process=$!
 	local port=53
 	wait_until 20 "the upstream DNS server listens" listening in_upstream
 }
@@ -127,10 +134,11 @@ start_upstream_dns() {
 start_access_point_dns() {
 	dnsmasq --conf-file=/dev/null --no-resolv --no-hosts --no-daemon --user=root --no-ping \
 		--interface=br0 --except-interface=lo --bind-interfaces --server="$UPSTREAM_DNS" --log-queries --log-dhcp \
-		--dhcp-authoritative --dhcp-leasefile="$CASE_DIR/dhcp.leases" \
+		--edns-packet-max=1500 --dhcp-authoritative --dhcp-leasefile="$CASE_DIR/dhcp.leases" \
 		--dhcp-range=192.168.100.50,192.168.100.150,255.255.255.0,1h \
 		--dhcp-option=option:router,"$GATEWAY_ADDRESS" --dhcp-option=option:dns-server,"$AP_ADDRESS" \
 		--log-facility="$CASE_DIR/access-point-dns.log" >>"$CASE_DIR/access-point-dns.log" 2>&1 &
+	access_point_dns_process=$!
 	local port=53
 	wait_until 20 "the access point's DNS server listens" listening access_point
 }
