@@ -15,5 +15,6 @@ MODULE=/payload/captive_portal.ko
 . "$LAB/lib/capture.sh"
 . "$LAB/lib/module.sh"
 . "$LAB/lib/proc_file.sh"
+. "$LAB/lib/garden.sh"
 
 trap 'report_failed_command "$BASH_COMMAND" $?' ERR

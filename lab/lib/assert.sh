@@ -9,6 +9,7 @@
 #   expect_success COMMAND...         its output goes to the log
 #   expect_failure COMMAND...
 #   wait_until SECONDS WHAT COMMAND...   polls; fails the case when time is up
+#   waiting_is_free               true where the machine's clock leaps over sleep
 #
 # Exit codes of a case: 0 passed, 4 skipped, anything else failed.
 
@@ -73,3 +74,5 @@ wait_until() {
 		((tries == ${#naps[@]} - 1)) || tries=$((tries + 1))
 	done
 }
+
+waiting_is_free() { grep -qw time-travel /proc/cmdline; }
