@@ -10,6 +10,7 @@
 . "$LAB/lib/story.sh"
 
 SITE=203.0.113.10   # www.example.net
+GARDEN=203.0.113.30 # garden.example.org
 LOGOUT=203.0.113.40 # a page to log out by; any address will do
 READABLE='tcp[tcpflags] & (tcp-syn|tcp-fin|tcp-rst|tcp-push) != 0'
 
@@ -147,6 +148,27 @@ right_frame "it came as if from www.example.com" client \
 chapter "Ping is dropped"
 expect_unheard_ping
 
+chapter "A name that the walled garden permits is open before login"
+as_access_point cpctl garden replace wlan-1-1 on '*.example.org'
+right "cpctl has set it" 0 "$status"
+as_client curl -sS -m 30 "http://$GARDEN/timetable"
+right "the module does not know yet whose address that is" "$(portal_page 10081 "$GARDEN/timetable")" "$output"
+as_client dig +noall +answer garden.example.org
+right_text "the answer has the address, and 60 seconds to live" "60	IN	A	$GARDEN" "$output"
+as_client curl -sS -m 30 http://garden.example.org/timetable
+right "the server itself has answered" "$(real_page "$GARDEN" 80 garden.example.org/timetable)" "$output"
+finished uplink 80
+tell '' '  At the uplink:'
+frames uplink "tcp port 80 and ($READABLE)"
+tell ''
+as_access_point cat "$SUMMARY"
+right_text "the module's list has the address" "]IP=$GARDEN, timeout=" "$output"
+right_text "for this interface" "  match walled garden: 1-1" "$output"
+right_text "with the name" "  fqdn = garden.example.org" "$output"
+tell_indented "(It shuts with the first pass of the module's expiry thread after the 60 seconds.)"
+as_client curl -sS -m 30 http://www.example.net/hello
+right "every other name still shows the portal's page" "$(portal_page 10081 www.example.net/hello)" "$output"
+
 chapter "Login"
 as_access_point cpctl client add login "$mac" wlan-1-1
 right "cpctl has added the client" 0 "$status"
@@ -198,14 +220,17 @@ stop_capture client
 stop_capture uplink
 stop_capture access-point
 theirs="ether src $mac and (tcp or icmp)"
+permitted=$(count_between uplink 0 "$logged_in" "$theirs and dst $GARDEN")
+theirs+=" and not dst $GARDEN"
 counts=()
 for span in "0 $logged_in" "$logged_in $logged_out" "$logged_out 9999999999"; do
 	read -r from to <<<"$span"
 	counts+=("$(count_between uplink "$from" "$to" "$theirs")")
 done
-tell "  The client's TCP and ICMP frames at the uplink:" \
+tell "  The client's TCP and ICMP frames at the uplink, but for $permitted to garden.example.org before login:" \
 	"    before login ${counts[0]}, while logged in ${counts[1]}, after logout ${counts[2]}"
 right "none before login" 0 "${counts[0]}"
+right "but those to the permitted name" yes "$( ((permitted > 0)) && echo yes || echo "$permitted frames")"
 right "some while logged in" yes "$( ((counts[1] > 0)) && echo yes || echo "${counts[1]} frames")"
 right "none after logout" 0 "${counts[2]}"
 early=$(segments_as_they_were before)
