@@ -153,7 +153,8 @@ void portal_commands(host::Machine &machine, Dice &dice)
 	EXPECT_EQ(command(machine, GATEWAY_IOCTL_SET, address), 0);
 	uint32_t back = 0;
 	EXPECT_EQ(command(machine, GATEWAY_IOCTL_GET, back), 0);
-	EXPECT_TRUE(back == router.address.raw || back == private_server.address.raw);
+	// Start may still be filling the tables, and then takes the address back to none; half an address never comes.
+	EXPECT_TRUE(back == router.address.raw || back == private_server.address.raw || back == 0) << back;
 }
 
 void garden_commands(host::Machine &machine, Dice &dice)
