@@ -5,7 +5,7 @@ Reads stay inside the message. Lines that the module prints with addresses of it
 
 from .dns_cache import bucket_of
 from .kernel import DEBUG
-from .scan import dotted
+from .scan import dotted, text_of
 
 HEADER = 12
 NAME_SIZE = 128
@@ -13,10 +13,6 @@ NAME_SIZE = 128
 POINTERS = 32
 TYPE_A = 1
 FIXED_FIELDS = 10
-
-
-def c_text(data):
-    return bytes(data).partition(b"\0")[0].decode("latin-1")
 
 
 class DnsParser:
@@ -75,7 +71,7 @@ class DnsParser:
                 if name:
                     name += b"."
                 name += label
-        return c_text(name), position
+        return text_of(name), position
 
     def read_answers(self, message, position, name, mask):
         """Whether all records could be read."""
@@ -97,7 +93,7 @@ class DnsParser:
                     return False
                 if length >= 4:
                     address = int.from_bytes(message[data : data + 4], "big")
-                    self.file(record, count, mask, name, c_text(owner), address, ttl)
+                    self.file(record, count, mask, name, text_of(owner), address, ttl)
             # Deliberate: the step is 16 bits wide, so that a long record may lead back into itself.
             step = (data + length - position) & 0xFFFF
             if step == 0:
@@ -137,7 +133,7 @@ class DnsParser:
             if used + length >= room - 1:
                 self.say(
                     3,
-                    f"domain length > the max size 128 (partial domain = {c_text(out[start:])}, "
+                    f"domain length > the max size 128 (partial domain = {text_of(out[start:])}, "
                     f"{used} + {length} + 1 >= {room})\n",
                 )
                 # Deliberate: no later label fits any more.
@@ -162,7 +158,7 @@ class DnsParser:
             else:
                 self.say(
                     3,
-                    f"domain length > the max size 128 (partial domain = {c_text(out[start:])}, "
+                    f"domain length > the max size 128 (partial domain = {text_of(out[start:])}, "
                     f"{used} + 1 >= {room})\n",
                 )
         if offset >= len(message):

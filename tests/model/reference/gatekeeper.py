@@ -20,7 +20,7 @@ DHCP_CLIENT = 68
 
 
 def row_of_device(module, name):
-    """The row that a wireless device's frames belong to, unsigned; one above 23 is none."""
+    """The row that a wireless device's frames belong to, or None."""
     numbers = scan_interface(name)
     if numbers is None:
         return None
