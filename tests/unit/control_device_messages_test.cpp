@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Lines that the control device has for results that its copies never give: no call prints them, so what can be seen is
 // that they are in the program, letter for letter.
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -17,9 +19,25 @@ namespace
 class ControlDeviceMessages : public HostTest
 {
 protected:
-	static std::string this_program()
+	// The file that holds the module's code: this program, or a library that it has loaded.
+	static std::string file_of_module()
 	{
-		std::ifstream file("/proc/self/exe", std::ios::binary);
+		const auto wanted = reinterpret_cast<uintptr_t>(&captive_portal_ioctl);
+		std::ifstream mappings("/proc/self/maps");
+		for (std::string line; std::getline(mappings, line);) {
+			uintptr_t start = 0;
+			uintptr_t end = 0;
+			if (std::sscanf(line.c_str(), "%zx-%zx", &start, &end) == 2 && start <= wanted &&
+			    wanted < end) {
+				return line.substr(line.find('/'));
+			}
+		}
+		return {};
+	}
+
+	static std::string program_with_module()
+	{
+		std::ifstream file(file_of_module(), std::ios::binary);
 		std::ostringstream bytes;
 		bytes << file.rdbuf();
 		return bytes.str();
@@ -37,8 +55,8 @@ std::string with_end(std::string begin, const char *middle, const char *end)
 
 TEST_F(ControlDeviceMessages, AreThereThoughNeverPrinted)
 {
-	load_module(); // the device is part of this program
-	const std::string program = this_program();
+	load_module();
+	const std::string program = program_with_module();
 	ASSERT_FALSE(program.empty());
 	const auto has = [&](const char *begin, const char *middle, const char *end) {
 		const std::string text = with_end(begin, middle, end);
