@@ -16,5 +16,6 @@ MODULE=/payload/captive_portal.ko
 . "$LAB/lib/module.sh"
 . "$LAB/lib/proc_file.sh"
 . "$LAB/lib/garden.sh"
+. "$LAB/lib/frames.sh"
 
 trap 'report_failed_command "$BASH_COMMAND" $?' ERR
