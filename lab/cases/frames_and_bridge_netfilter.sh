@@ -17,12 +17,12 @@ frames='
 tcp/203.0.113.10/80                     | same        | redirect:PORT
 tcp/203.0.113.10/80 options=10 data=40  | same        | redirect:PORT
 tcp/203.0.113.10/443 data=1000          | same        | redirect:HTTPS
-tcp/203.0.113.10/80 cut=0-37            | same        | drop
+tcp/203.0.113.10/80 cut=0,9,19,23,33,37 | same        | drop
 tcp/203.0.113.10/80 cut=38-40           | same        | redirect:PORT
-tcp/203.0.113.10/80 ihl=0-4             | same        | drop
-tcp-everywhere/203.0.113.10/80 ihl=5-15 | same        | redirect:PORT
+tcp/203.0.113.10/80 ihl=0,4             | same        | drop
+tcp-everywhere/203.0.113.10/80 ihl=5,6,15 | same      | redirect:PORT
 tcp/203.0.113.10/80 total=0,20,39,41    | same        | redirect:PORT
-tcp/203.0.113.10/80 data=60 total=40-60 | same        | redirect:PORT
+tcp/203.0.113.10/80 data=60 total=40,60 | same        | redirect:PORT
 tcp/203.0.113.10/80 version=6           | same        | redirect:PORT
 tcp/203.0.113.10/80 vlan=5              | same        | redirect:PORT
 tcp/203.0.113.10/80 vlan=5/6            | same        | same
@@ -41,7 +41,7 @@ ip/47/203.0.113.10                      | same        | same
 ipv6/60/6                               | same        | drop
 ipv6-like-tcp/4.4.4.4/22                | drop        | drop
 arp                                     | same        | same
-arp cut=0-28                            | same        | same
+arp cut=0,27                            | same        | same
 snap/0800                               | same        | same
 '
 ring=$CASE_DIR/ring tap=$CASE_DIR/tap
@@ -55,14 +55,15 @@ both_ports() {
 	local do=$1 column=()
 	[[ $do == record ]] || column=("$2")
 	from_client 1-1
-	recording=$ring.recorded-$switch "${do}_frames" "$ring" "${column[@]}" --forms linear+ring:0,20 "${options[@]}"
+	recording=$ring.recorded-$switch "${do}_frames" "$ring" "${column[@]}" --forms linear+ring:0 "${options[@]}"
 	from_tap wlan-1-2
-	recording=$tap.recorded-$switch "${do}_frames" "$tap" "${column[@]}" --forms linear+frags:0,19+crumbs:24 "${options[@]}"
+	recording=$tap.recorded-$switch "${do}_frames" "$tap" "${column[@]}" --forms frags:0+crumbs:19 "${options[@]}"
 }
 
+# with_both_modules WHAT MODE...
 with_both_modules() {
 	local mode switch
-	for mode in off on; do
+	for mode in "${@:2}"; do
 		cpctl interface set wlan-1-1 mode $mode
 		cpctl interface set wlan-1-2 mode $mode
 		for switch in on off; do
@@ -81,10 +82,10 @@ for switch in on off; do
 done
 load_module
 cpctl dns-filter on
-with_both_modules "pass-through first"
+with_both_modules "pass-through first" off on
 unload_module
 rmmod br_netfilter 2>/dev/null || true
 load_module
 cpctl dns-filter on
 modprobe br_netfilter
-with_both_modules "module first"
+with_both_modules "module first" on
