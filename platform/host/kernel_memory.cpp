@@ -45,6 +45,14 @@ KernelMemory::~KernelMemory()
 
 void *KernelMemory::allocate(size_t size)
 {
+	std::function<void(size_t)> action;
+	{
+		const BookkeepingGuard guard(mutex_);
+		action = before_atomic_allocation_;
+	}
+	if (action) {
+		action(size);
+	}
 	return allocate(size, false);
 }
 
@@ -120,6 +128,12 @@ void KernelMemory::fail_all_allocations(bool fail)
 {
 	const BookkeepingGuard guard(mutex_);
 	fail_all_ = fail;
+}
+
+void KernelMemory::before_atomic_allocation(std::function<void(size_t)> action)
+{
+	const BookkeepingGuard guard(mutex_);
+	before_atomic_allocation_ = std::move(action);
 }
 
 void KernelMemory::before_large_allocation(std::function<void(size_t)> action)

@@ -44,6 +44,8 @@ public:
 	// Every allocation fails until this is called with false.
 	void fail_all_allocations(bool fail);
 
+	// Called before each atomic allocation, failed ones and copies of user records included, with its size.
+	void before_atomic_allocation(std::function<void(size_t)> action);
 	// Called before each large allocation, failed ones included, with its size.
 	void before_large_allocation(std::function<void(size_t)> action);
 
@@ -66,6 +68,7 @@ private:
 	uint64_t attempts_ = 0;
 	uint64_t failing_attempt_ = 0;
 	bool fail_all_ = false;
+	std::function<void(size_t)> before_atomic_allocation_;
 	std::function<void(size_t)> before_large_allocation_;
 };
 

@@ -85,6 +85,17 @@ TEST_F(Connections, TakeOneAllocationEachAndTheLockOnce)
 	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT), holds + 2);
 }
 
+TEST_F(Connections, AreAllocatedWithoutTheLock)
+{
+	int allocations = 0;
+	machine.memory.before_atomic_allocation([&](size_t) {
+		machine.locks.expect_all_free("a connection's allocation");
+		++allocations;
+	});
+	record(first);
+	EXPECT_EQ(allocations, 1);
+}
+
 TEST_F(Connections, ChangeTheirDestinationButNotTheirMac)
 {
 	record(third);

@@ -99,6 +99,25 @@ TEST_F(InterfaceTable, IsFilledUnderTheLocksOfItsFields)
 	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_GATEWAY), 0u);
 }
 
+// The device can be opened before the table is filled.
+TEST_F(InterfaceTable, OverwritesWhatAnEarlyCommandHasSet)
+{
+	for (const uint32_t row : {0u, 23u}) {
+		captive_portal_table[row].cp_mode = 7;
+		captive_portal_table[row].cp_walled_garden = 1;
+		captive_portal_table[row].block_https = 2;
+		std::strcpy(captive_portal_table[row].logout_ip, "192.168.100.254");
+	}
+	init_captive_portal_table();
+	for (const uint32_t row : {0u, 23u}) {
+		EXPECT_EQ(captive_portal_table[row].cp_mode, 0u);
+		EXPECT_EQ(captive_portal_table[row].cp_walled_garden, 0u);
+		EXPECT_EQ(captive_portal_table[row].block_https, 1u);
+		EXPECT_EQ(std::string_view(captive_portal_table[row].logout_ip, 16),
+			  std::string_view("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+	}
+}
+
 TEST_F(InterfaceTable, ClearsTheMirelModeAndTheSharedLists)
 {
 	captive_portal_table[27].cp_mode = 7;

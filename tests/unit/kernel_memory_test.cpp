@@ -114,6 +114,17 @@ TEST_F(KernelMemory, FailsLargeAllocationsOnOrderAndTellsOfThem)
 	EXPECT_EQ(sizes, (std::vector<size_t>{10, 20}));
 }
 
+TEST_F(KernelMemory, TellsOfAtomicAllocations)
+{
+	std::vector<size_t> sizes;
+	machine.memory.before_atomic_allocation([&](size_t size) { sizes.push_back(size); });
+	machine.memory.fail_allocation(1);
+	EXPECT_EQ(cp_zalloc_atomic(10), nullptr);
+	cp_free(cp_zalloc_atomic(20));
+	cp_free_large(cp_alloc_large(30));
+	EXPECT_EQ(sizes, (std::vector<size_t>{10, 20}));
+}
+
 TEST_F(KernelMemoryDeathTest, DiesWhenFreedByTheOtherAllocator)
 {
 	void *const small = cp_zalloc_atomic(1);
