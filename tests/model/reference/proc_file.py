@@ -86,7 +86,7 @@ class ProcFile:
         """The result, and the bytes for the reader."""
         if position > 0:
             return 0, b""
-        if not self.kernel.allocate():
+        if length > 0 and not self.kernel.allocate():
             return NO_MEMORY, b""
         report = Report(f"Captive Portal DNS A Record Info, target={self.target}\n", length)
         if self.list_entries(report):
