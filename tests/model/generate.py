@@ -292,7 +292,7 @@ class Generator:
             dice.choice(moves if dice.random() < 0.96 else rare)()
             if not self.loaded:
                 break
-        if dice.random() < 0.002:
+        if self.loaded and dice.random() < 0.002:
             self.full_cache()
             for _ in range(20):
                 dice.choice([self.report, self.dns, self.request, self.time])()
