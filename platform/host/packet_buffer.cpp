@@ -57,13 +57,15 @@ PacketBuffer::Block::~Block()
 }
 
 PacketBuffer::PacketBuffer(const Frame &frame, Layout layout)
+    : PacketBuffer(frame, layout == Layout::headers_only ? size_t{CP_PACKET_HEADER_BYTES} : frame.size())
+{
+}
+
+PacketBuffer::PacketBuffer(const Frame &frame, size_t linear)
 {
 	const std::span<const uint8_t> bytes(frame);
 	const size_t ethernet = std::min(bytes.size(), ethernet_header_bytes);
-	size_t network = bytes.size() - ethernet;
-	if (layout == Layout::headers_only) {
-		network = std::min<size_t>(network, CP_PACKET_HEADER_BYTES);
-	}
+	const size_t network = std::min(bytes.size() - ethernet, linear);
 	data_ = std::make_shared<Data>(Data{Block(bytes.first(ethernet)), Block(bytes.subspan(ethernet, network)),
 					    Block(bytes.subspan(ethernet + network))});
 }

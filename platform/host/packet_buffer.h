@@ -38,6 +38,8 @@ class PacketBuffer
 {
 public:
 	explicit PacketBuffer(const Frame &frame, Layout layout = Layout::linear);
+	// At most `linear` bytes behind the Ethernet header are linear, from CP_PACKET_HEADER_BYTES on.
+	PacketBuffer(const Frame &frame, size_t linear);
 
 	PacketBuffer(PacketBuffer &&) = default;
 	PacketBuffer &operator=(PacketBuffer &&) = default;
