@@ -8,6 +8,7 @@
 #include "garden/dns_name.h"
 #include "platform/host/machine.h"
 #include "tests/fuzz/property.h"
+#include "tests/fuzz/steps.h"
 #include "tests/support/recursive_dns_name.h"
 
 namespace captive_portal::test
@@ -34,9 +35,32 @@ DecodedName decode(host::Machine &machine, const std::vector<uint8_t> &message, 
 	return result;
 }
 
+// The decoder refuses what is not there, and says so from debug level 2 on.
+void check_nothing_given(host::Machine &machine)
+{
+	const uint8_t message[] = {0};
+	char text[DNS_NAME_SIZE] = {};
+	uint16_t length = 0;
+	for (const int32_t level : {1, 2}) {
+		debug_level = level;
+		REQUIRE_PROPERTY(parse_dns_domain(nullptr, message, message, text, &length, DNS_NAME_SIZE) == nullptr &&
+					 parse_dns_domain(message, nullptr, message, text, &length, DNS_NAME_SIZE) ==
+						 nullptr,
+				 "no message or no name, no text");
+		REQUIRE_PROPERTY(machine.log.take().size() == (level == 1 ? 0u : 2u), "each refusal is told of");
+	}
+}
+
+host::Machine &make_machine()
+{
+	host::Machine &machine = *new host::Machine;
+	check_nothing_given(machine);
+	return machine;
+}
+
 void check(const uint8_t *data, size_t size)
 {
-	static host::Machine &machine = *new host::Machine;
+	static host::Machine &machine = make_machine();
 	constexpr size_t parameters = 3;
 	if (size <= parameters) {
 		return;
@@ -46,7 +70,11 @@ void check(const uint8_t *data, size_t size)
 	const size_t name = (choice[0] * 256u + choice[1]) % (message.size() + 1);
 	const auto room = static_cast<int16_t>(1 + choice[2] % DNS_NAME_SIZE);
 
-	const DecodedName decoded = decode(machine, message, name, room, 3);
+	DecodedName decoded;
+	const uint64_t steps = steps_of([&] { decoded = decode(machine, message, name, room, 3); });
+	// With every pointer the decoder may go over the message once more.
+	REQUIRE_PROPERTY(steps <= 256 + 8 * (DNS_POINTERS_PER_NAME + 1) * (message.size() + 1),
+			 "the steps are bounded");
 	REQUIRE_PROPERTY(std::equal(message.begin(), message.end(), data), "the message is not changed");
 	REQUIRE_PROPERTY(decoded.text.back() == '\0', "the text ends inside its room");
 	REQUIRE_PROPERTY(decoded.length < room, "the length is below the room");

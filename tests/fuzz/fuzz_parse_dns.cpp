@@ -8,10 +8,13 @@
 #include "base/debug_level.h"
 #include "base/lock.h"
 #include "garden/arecord_table.h"
+#include "garden/dns_name.h"
 #include "garden/dns_parser.h"
+#include "garden/dns_sections.h"
 #include "garden/walled_garden.h"
 #include "platform/host/machine.h"
 #include "tests/fuzz/property.h"
+#include "tests/fuzz/steps.h"
 #include "tests/support/cast.h"
 #include "tests/support/control.h"
 
@@ -57,9 +60,26 @@ void write_rule(int32_t row, const wg_rule &rule)
 	REQUIRE_PROPERTY(if_device_write_wg(&command, sizeof(command)) == 0, "rules can be written");
 }
 
+// The sections' readers refuse what is not there, and say so from debug level 2 on.
+void check_nothing_given(host::Machine &machine)
+{
+	const uint8_t message[] = {0};
+	char name[DNS_NAME_SIZE] = {};
+	for (const int32_t level : {1, 2}) {
+		debug_level = level;
+		REQUIRE_PROPERTY(read_question_name(nullptr, message, message) == nullptr, "no room, no name");
+		REQUIRE_PROPERTY(read_question_name(name, nullptr, message) == nullptr, "no question, no name");
+		REQUIRE_PROPERTY(!store_answers(nullptr, name, message, message, 1, 1), "no message, no answer");
+		REQUIRE_PROPERTY(!store_answers(message, nullptr, message, message, 1, 1), "no name, no answer");
+		REQUIRE_PROPERTY(!store_answers(message, name, nullptr, message, 1, 1), "no section, no answer");
+		REQUIRE_PROPERTY(machine.log.take().size() == (level == 1 ? 0u : 5u), "each refusal is told of");
+	}
+}
+
 host::Machine &make_machine()
 {
 	host::Machine &machine = *new host::Machine;
+	check_nothing_given(machine);
 	init_walled_garden_table();
 	write_rule(0, domain_rule("*.example"));
 	write_rule(1, domain_rule("*"));
@@ -75,6 +95,15 @@ void forget(host::Machine &machine)
 		total_ip_count = 0;
 	}
 	machine.log.clear();
+}
+
+// The name is asked about in 28 rows. Each record starts a byte further on at least; its name may go over the message with
+// every pointer, and its address is looked for among those that are there.
+uint64_t step_limit(size_t bytes, size_t records, size_t stored)
+{
+	constexpr uint64_t matching = CP_ROWS * (64 + 16 * WG_DEFAULT_RULES + 64 * DNS_NAME_SIZE);
+	constexpr uint64_t name = 8 * (DNS_POINTERS_PER_NAME + 1);
+	return 256 + matching + 8 * bytes + records * (512 + name * bytes + 8 * (DNS_NAME_SIZE + stored));
 }
 
 void check(const uint8_t *data, size_t size)
@@ -93,9 +122,10 @@ void check(const uint8_t *data, size_t size)
 	const bool counts_lines = size <= 600;
 	machine.log.keep(counts_lines);
 	forget(machine);
-	parse(3);
+	const uint64_t steps = steps_of([&] { parse(3); });
 	const std::vector<StoredAddress> stored = stored_addresses();
 	const size_t count = size <= 12 ? 0 : message[6] * 256u + message[7];
+	REQUIRE_PROPERTY(steps <= step_limit(size, std::min(count, size), stored.size()), "the steps are bounded");
 	REQUIRE_PROPERTY(stored.size() <= count, "no more addresses than records");
 	REQUIRE_PROPERTY(static_cast<size_t>(total_ip_count) <= stored.size(), "every address has a name");
 	for (const StoredAddress &one : stored) {
