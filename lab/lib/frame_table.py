@@ -1,14 +1,14 @@
 """Sends the frames of a table into the bridge and holds what became of each against the table.
 
-usage: frame_table.py record|check TABLE STATE --from PLACE --forms FORM[+FORM...] [--column NAME] [--source MAC]
+usage: frame_table.py record|check|flood TABLE STATE --from PLACE --forms FORM[+FORM...] [--column NAME] [--source MAC]
                       [--place NAME=NAMESPACE/DEVICE ...] [--marker PLACE] [--pass-through]
 
 A line of TABLE is "FRAME CHANGE... | verdict | verdict ...", as lab/lib/frame_bytes.py has the words; its first line names
 the columns.  A number in a change may be a range or a list (cut=0-37 or cut=0-3,9): a line then stands for that many
 frames.  FORM is a way in (lab/lib/frame_wire.py), its number a range too.
 
-"record" is done without the module: STATE then holds where each frame arrives when nobody but the bridge has a say.
-"check" compares with it:
+"flood" sends the frames again and again, without a look at them, until it is killed.  "record" is done without the module:
+STATE then holds where each frame arrives when nobody but the bridge has a say.  "check" compares with it:
 
     same            where it came out without the module, with the same bytes, and nowhere else
     drop            nowhere; without the module it came out somewhere
@@ -26,11 +26,13 @@ and cuts what lies behind the total length, so a redirected frame without a VLAN
 """
 
 import argparse
+import errno
 import itertools
 import json
 import re
 import struct
 import sys
+import time
 
 from frame_bytes import ETHERNET, GATEWAY_MAC, change_frame, good_frame, has_right_sums, ones_sum, redirected, undone
 from frame_wire import Listener, Sender, TapSender, stay_on_one_processor, wait_readable
@@ -136,6 +138,18 @@ class Bench:
             if listener.lost():
                 raise SystemExit(f"the listener at {name} lost frames")
         return results
+
+    def flood(self, jobs):
+        for start in itertools.count(0, BATCH):
+            for form, frame in itertools.islice(itertools.cycle(jobs), start % len(jobs), start % len(jobs) + BATCH):
+                try:
+                    self.sender.send(form, frame)
+                except OSError as error:
+                    # The cable or the port may go under way.
+                    if error.errno not in (errno.ENETDOWN, errno.ENOBUFS, errno.EIO, errno.EBADFD, errno.ENXIO):
+                        raise
+            # A machine whose time leaps while all sleep needs somebody who does.
+            time.sleep(0.005)
 
     def marker(self):
         frame = BY_DESTINATION + bytes(3) + BY_SOURCE + MARKER_NUMBER.to_bytes(3, "big") + b"\x88\xb5" + bytes(46)
@@ -255,7 +269,7 @@ def check(jobs, what, results, before, options):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("action", choices=["record", "check"])
+    parser.add_argument("action", choices=["record", "check", "flood"])
     parser.add_argument("table")
     parser.add_argument("state")
     parser.add_argument("--from", dest="sender", required=True)
@@ -270,6 +284,8 @@ def main():
     columns, frames = read_table(options.table)
     bench = Bench(options)
     jobs, what = jobs_of(frames, options, bench.source)
+    if options.action == "flood":
+        bench.flood(jobs)
     results = bench.run(jobs)
     if options.action == "record":
         with open(options.state, "w") as state:
@@ -285,4 +301,5 @@ def main():
     check(jobs, what, results, before, options)
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())
