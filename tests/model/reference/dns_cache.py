@@ -58,7 +58,7 @@ class DnsCache:
         return None
 
     def add(self, mask, name, address, ttl):
-        deadline = self.kernel.seconds + ttl
+        deadline = self.kernel.now() + ttl
         entry = self.find(address)
         if entry is None:
             self.add_entry(mask, name, address, deadline)
@@ -110,7 +110,7 @@ class DnsCache:
 
     def expire(self):
         """One pass of the thread: everything is told at debug level 3, what is stale goes."""
-        now = self.kernel.seconds
+        now = self.kernel.now()
         loud = self.module.debug_level > 2
         if loud:
             self.kernel.log(DEBUG, f"[schedule_check]in while loop, now={now}, total_ip_count={self.count}\n")

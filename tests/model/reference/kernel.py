@@ -21,6 +21,9 @@ class Device:
 
 
 class Kernel:
+    # Ticks from one pass of the expiry thread to the next.
+    PERIOD = 6000
+
     def __init__(self):
         self.lines = []
         self.seconds = 1_700_000_000
@@ -30,6 +33,10 @@ class Kernel:
         # 0: no allocation is meant to fail; n: the n-th from now.
         self.allocations_to_failure = 0
         self.failing_registrations = {}
+
+    def now(self):
+        """The wall clock, which does not move by ticks."""
+        return self.seconds
 
     def log(self, level, text):
         self.lines.append([level, text])

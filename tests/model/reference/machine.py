@@ -8,8 +8,8 @@ NO_PROC_FILE = -5
 
 
 class Machine:
-    def __init__(self):
-        self.kernel = Kernel()
+    def __init__(self, kernel=None):
+        self.kernel = kernel or Kernel()
         # None before a load that succeeded and after an unload.
         self.module = None
 
@@ -35,9 +35,12 @@ class Machine:
         return {}
 
     def ticks(self, step):
-        self.kernel.tick += step["ticks"]
-        if self.module is not None:
-            self.module.run_thread()
+        end = self.kernel.tick + step["ticks"]
+        module = self.module
+        while module is not None and module.wakes_at is not None and module.wakes_at <= end:
+            self.kernel.tick = module.wakes_at
+            module.run_pass()
+        self.kernel.tick = end
         return {}
 
     def fail_allocation(self, step):

@@ -13,7 +13,6 @@ from .pre_routing import PreRoutingCheck
 from .proc_file import ProcFile
 
 DYNAMIC_MINOR = 255
-PERIOD = 6000
 
 
 class Module:
@@ -57,15 +56,13 @@ class Module:
         if kernel.register("thread") == 0:
             kernel.log(DEFAULT, "wake_up_process schedule_check_thread\n")
             # The pass at once finds nothing and says nothing.
-            self.wakes_at = kernel.tick + PERIOD
+            self.wakes_at = kernel.tick + kernel.PERIOD
         if kernel.register("proc") == 0:
             self.proc = ProcFile(self)
 
-    def run_thread(self):
-        """The passes whose time has come."""
-        while self.wakes_at is not None and self.wakes_at <= self.kernel.tick:
-            self.cache.expire()
-            self.wakes_at += PERIOD
+    def run_pass(self):
+        self.cache.expire()
+        self.wakes_at += self.kernel.PERIOD
 
     def stop(self):
         kernel = self.kernel
