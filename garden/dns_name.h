@@ -26,7 +26,8 @@ enum : int32_t {
 // what was there by then.
 //
 // Takes no lock, allocates nothing, writes nothing but `out`, `out_length` and log lines at debug levels 2 and 3. A
-// name that decodes visits no byte twice; one that does not visits each at most once per pointer.
+// name that decodes visits no length byte and no pointer twice, though one may be a letter of another label; one that
+// does not visits each at most 33 times.
 [[nodiscard]] const uint8_t *parse_dns_domain(const uint8_t *message, const uint8_t *name, const uint8_t *end,
 					      char *out, uint16_t *out_length, int16_t max_length);
 
