@@ -65,6 +65,14 @@ cp_user_address UserMemory::map(size_t pages, UserAccess access)
 	return first * page_size;
 }
 
+void UserMemory::map_at(cp_user_address page, UserAccess access)
+{
+	const BookkeepingGuard guard(mutex_);
+	if (page % page_size != 0 || !pages_.try_emplace(page / page_size, Page{access, {}}).second) {
+		die("no place for a user page at 0x%zx", static_cast<size_t>(page));
+	}
+}
+
 void UserMemory::protect(cp_user_address address, UserAccess access)
 {
 	const BookkeepingGuard guard(mutex_);

@@ -28,6 +28,8 @@ public:
 
 	// Maps `pages` zeroed pages in a row; the pages before and behind them are never mapped. Returns the first's address.
 	[[nodiscard]] cp_user_address map(size_t pages, UserAccess access);
+	// Maps one zeroed page at an address of the caller's choice; dies when there is a page already.
+	void map_at(cp_user_address page, UserAccess access);
 	// Changes the page that holds `address`, which must be mapped.
 	void protect(cp_user_address address, UserAccess access);
 

@@ -388,6 +388,12 @@ TEST_F(ControlDevice, TakesTheLow32BitsOfACompatArgument)
 	ASSERT_EQ(user.address() >> 32, 0u);
 	EXPECT_EQ(machine.compat_ioctl(2, user.address() | 0xffff'ffff'0000'0000), 0);
 	EXPECT_EQ(user.load().mark, 5203u);
+	constexpr cp_user_address upper_half = 0xffff'e000;
+	constexpr uint8_t gateway[] = {192, 168, 1, 254};
+	machine.user.map_at(upper_half, UserAccess::read_write);
+	machine.user.write(upper_half, std::as_bytes(std::span(gateway)));
+	EXPECT_EQ(machine.compat_ioctl(6, upper_half), 0);
+	EXPECT_EQ(ap_gateway.raw, 0xfe01a8c0u);
 }
 
 TEST_F(ControlDevice, GivesCompatCallersTheSameRecordsAndResults)

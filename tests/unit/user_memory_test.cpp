@@ -34,6 +34,23 @@ TEST_F(UserMemory, IsCopiedInAndOut)
 	EXPECT_EQ(user.load(), others);
 }
 
+TEST_F(UserMemory, IsMappedWhereTheCallerWantsIt)
+{
+	machine.user.map_at(0xffff'f000, UserAccess::read_only);
+	machine.user.write(0xffff'f000, std::as_bytes(std::span(numbers)));
+	Record kernel{};
+	EXPECT_EQ(cp_copy_from_user(kernel.data(), 0xffff'f000, kernel.size()), 0u);
+	EXPECT_EQ(kernel, numbers);
+	EXPECT_EQ(cp_copy_to_user(0xffff'f000, others.data(), others.size()), 10u);
+}
+
+TEST_F(UserMemoryDeathTest, DiesWhenItIsMappedTwice)
+{
+	machine.user.map_at(0x5000'0000, UserAccess::read_write);
+	EXPECT_DEATH(machine.user.map_at(0x5000'0000, UserAccess::read_write), "no place for a user page");
+	EXPECT_DEATH(machine.user.map_at(0x5000'0001, UserAccess::read_write), "no place for a user page");
+}
+
 TEST_F(UserMemory, OfARecordEndsAtAPage)
 {
 	UserRecord<Record> user(machine, numbers);
