@@ -355,6 +355,32 @@ TEST_F(ArecordCacheTest, ARefreshKeepsTheExceptionHostOut)
 	EXPECT_EQ(entry_of(server)->is_match_wg, 0u);
 }
 
+// Locks
+
+TEST_F(ArecordCacheTest, ALookupAndAnAdditionAreOneHoldEach)
+{
+	const uint64_t before = machine.locks.acquisitions(CP_LOCK_DNS_LIST);
+	add(server, "a.example", 0x1);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_DNS_LIST), before + 1);
+	EXPECT_TRUE(match_dns_aRecord_garden_list(server, 0));
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_DNS_LIST), before + 2);
+}
+
+TEST_F(ArecordCacheTest, ARefreshHoldsTheLockForOneBucketAtATimeAndLetsOthersRunInBetween)
+{
+	add(server, "a.example");
+	const uint64_t before = machine.locks.acquisitions(CP_LOCK_DNS_LIST);
+	uint64_t yields = 0;
+	machine.threads.on_yield([&](uint64_t number) {
+		machine.locks.expect_all_free("a yield of the refresh");
+		yields = number;
+	});
+	update_dns_aRecord_list(5);
+	machine.threads.on_yield(nullptr);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_DNS_LIST), before + 1024);
+	EXPECT_EQ(yields, 1024u);
+}
+
 // Short of memory
 
 // The entry, its first name node, and the copy of the name.

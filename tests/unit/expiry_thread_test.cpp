@@ -210,6 +210,11 @@ TEST_F(ExpiryThread, ComparesSecondsAsSignedNumbers)
 	machine.clock.set(-39);
 	pass();
 	EXPECT_EQ(entry_of(server), nullptr);
+	machine.clock.set(-100);
+	add(server, "a.example", 1, 60);
+	machine.clock.set(5);
+	pass();
+	EXPECT_EQ(entry_of(server), nullptr);
 	machine.clock.set(-1);
 	add(server, "a.example", 1, 0xffffffff);
 	machine.clock.set(0xfffffffe);

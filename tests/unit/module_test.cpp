@@ -130,6 +130,16 @@ TEST_F(Module, StartsTheDnsSideLast)
 	EXPECT_TRUE(looked);
 }
 
+TEST_F(Module, WritesWhatHooksAndCommandsReadUnderItsLocks)
+{
+	EXPECT_EQ(machine.load(), 0);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CP), 2u) << "the portal's rows, and the DNS filter's switch";
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_GATEKEEPER), 2u) << "the client tables, and the MIREL lists";
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_GATEWAY), 1u);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT), 1u);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN), 1u);
+}
+
 TEST_F(Module, StartsWithNamedRowsAndEmptyLists)
 {
 	load_module();

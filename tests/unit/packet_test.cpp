@@ -373,6 +373,22 @@ TEST(Ipv4HeaderChecksum, CoversTheOptionsAndFoldsItsCarries)
 	EXPECT_EQ(buffer.frame()[25], 0xff);
 }
 
+// Summed as little-endian words, 2fffe: the first fold, fffe + 2, carries once more. Summed as big-endian words by hand:
+// 4500 + 0028 + ade3 + 4000 + 4006 + c0a8 + 010b + cb71 + 00c8 = 300fd, 00fd + 3 = 0100, inverted feff.
+TEST(Ipv4HeaderChecksum, FoldsTheCarryOfItsFold)
+{
+	Frame bytes = {0x45, 0x00, 0x00, 0x28, 0xad, 0xe3, 0x40, 0x00, 0x40, 0x06,
+		       0x00, 0x00, 0xc0, 0xa8, 0x01, 0x0b, 0xcb, 0x71, 0x00, 0xc8};
+	bytes.resize(40, 0xee);
+	PacketBuffer buffer(frame().network_bytes(bytes));
+	PacketView view(buffer);
+	Packet packet(*view.seam());
+	ASSERT_TRUE(packet.make_writable([](WritablePacket &writable) { writable.finish_ipv4_header(); }));
+	view.finish();
+	EXPECT_EQ(buffer.frame()[24], 0xfe);
+	EXPECT_EQ(buffer.frame()[25], 0xff);
+}
+
 TEST(PacketMakeWritable, FailsWithoutTouchingThePacket)
 {
 	PacketBuffer buffer(http_syn());

@@ -182,6 +182,16 @@ TEST_F(SummaryRead, ListsOneAddress)
 	EXPECT_EQ(read(), header("192.0.2.9") + finished);
 }
 
+TEST_F(SummaryRead, LooksForAnAddressInItsOwnBucketAlone)
+{
+	add_dns_arecord(5, 1, {"a.example", 9}, server, 60);
+	const std::string lines = "[5]IP=192.0.2.1, timeout=1000060\n  match walled garden: 1-1\n  fqdn = a.example\n";
+	select("192.0.2.1");
+	EXPECT_EQ(read(), header("192.0.2.1") + finished);
+	select("all");
+	EXPECT_EQ(read(), header() + lines + finished);
+}
+
 TEST_F(SummaryRead, ReadsTheAddressAsTheWriteDid)
 {
 	add_three();
