@@ -188,6 +188,20 @@ TEST_F(DnsHandoffTest, TakesNoPaddingForAnAnswer)
 	EXPECT_TRUE(is_read(answer_frame(message).pad(200)));
 }
 
+TEST_F(DnsHandoffTest, TakesPaddingThatTheUdpLengthClaims)
+{
+	// As above, but a UDP length of 8 + 45 bytes: the last byte of the address is a zero of the padding.
+	const Bytes message = one_record();
+	const Bytes cut(message.begin(), message.end() - 1);
+	for (const Layout layout : {Layout::linear, Layout::headers_only}) {
+		PacketBuffer packet(answer_frame(cut).udp_length(53).pad(200), layout);
+		packet.out_name = "wlan-1-1";
+		EXPECT_EQ(host::run_hook(nf_cp_change, packet), CP_ACCEPT);
+		expect_stored({{"192.0.2.0", "www.example", 0, start_time + 60}});
+		forget();
+	}
+}
+
 TEST_F(DnsHandoffTest, ReadsNoByteBeyondAPacketThatIsCutAnywhere)
 {
 	const Frame whole = answer_frame();

@@ -392,6 +392,18 @@ TEST_F(DnsParserTest, StepsOverOtherRecords)
 	expect_stored({{"192.0.2.1", "www.example", 0, start_time + 60}});
 }
 
+TEST_F(DnsParserTest, StoresAddressesOfRecordsOfEveryClass)
+{
+	// The internet's is 1; 255 means any.
+	for (const uint16_t record_class : {0, 2, 3, 254, 255, 256, 65535}) {
+		forget();
+		DnsMessage message = answer_for("www.example", 1);
+		message.pointer(12).u16(dns_a).u16(record_class).u32(60).u16(4).address(192, 0, 2, 1);
+		EXPECT_EQ(parse(message), 0);
+		expect_stored({{"192.0.2.1", "www.example", 0, start_time + 60}});
+	}
+}
+
 TEST_F(DnsParserTest, ReadsTheAnswerSectionOnly)
 {
 	DnsMessage message;
