@@ -112,6 +112,45 @@ TEST_F(HostileAnswersTest, LargestMessage)
 	EXPECT_EQ(addresses_of(message).size(), 2699u);
 }
 
+TEST_F(HostileAnswersTest, RecordsThatAreTheLabelsOfTheirOwners)
+{
+	// Records of four bytes from offset 19 on: a pointer to offset 3, and the 65,528 that makes the step 4. From
+	// there a label of 16 bytes leads to offset 20, and each 3 to the next. 359 of them, to the zero at 1,456. The
+	// record at 1,447 is the first whose length is not the next but one's; it and two roots are the last.
+	DnsMessage message;
+	message.u8(1).u8(2).u8(0x84).u8(16).u16(1).u16(65535).u16(0).u16(0).name("a").question();
+	ASSERT_EQ(message.size(), 19u);
+	for (int i = 0; i < 359; ++i) {
+		message.pointer(3).u16(65528);
+	}
+	message.fill(17, 0);
+	ASSERT_EQ(message.size(), 1472u);
+	EXPECT_EQ(addresses_of(message), none);
+	// 16 bytes, and 27 labels of 4 with the dot, have room. The other 332 say that they have none, 358 times: no name
+	// is walked more than once, and none is left early.
+	const std::vector<LogLine> lines = machine.log.take();
+	ASSERT_EQ(lines.size(), 2u + 358 * 332);
+	EXPECT_EQ(lines.front(), debug_line("Get DNS response: a, is_match_wg=0\n"));
+	EXPECT_EQ(lines.back(), debug_line("dns answer parsing failed\n"));
+	debug_level = 2;
+	EXPECT_EQ(addresses_of(message), none);
+	EXPECT_LOG(debug_line("dns answer parsing failed\n"));
+}
+
+TEST_F(HostileAnswersTest, NameThatVisitsAllOfTheLargestMessage)
+{
+	// Each 1 is the length of a label, and the letter of another: the name takes every other one to the end, and, by
+	// a pointer behind a label of two bytes, those between to the zero that is the first of the two.
+	DnsMessage message = answer_for("www.example", 1);
+	const auto start = static_cast<uint32_t>(message.size());
+	message.fill(65458, 1).u8(2).u8(0).u8('a').pointer(start + 1).a_record(60, 192, 0, 2, 1);
+	message.u8(0);
+	ASSERT_EQ(message.size(), 65507u);
+	debug_level = 2;
+	EXPECT_EQ(addresses_of(message), first);
+	EXPECT_NO_LOG();
+}
+
 TEST_F(HostileAnswersTest, PointersOutOfPlace)
 {
 	const auto owner_at = [](uint32_t offset) {
@@ -248,6 +287,49 @@ TEST_F(HostileAnswersTest, NamesThatOnlyLookPermitted)
 	}
 	EXPECT_EQ(addresses_of(answer_for("www.example", 1).pointer(12).a_record(60, 192, 0, 2, 1)), first);
 	EXPECT_EQ(stored_addresses().front().mask, 1u);
+}
+
+// Known, and told in docs/security.md: names that honest servers answer for, and that their owner chooses.
+TEST_F(HostileAnswersTest, NamesOfSomebodyElseThatCountAsPermittedOnes)
+{
+	permit("*.permitted.example", 0);
+	permit("www.permitted.example", 1);
+	DnsMessage cut;
+	cut.header(1).label(63, 'a').labels("permitted.example").label(63, 'b').name("attacker.test").question();
+	EXPECT_EQ(addresses_of(cut.pointer(12).a_record(60, 192, 0, 2, 1)), first);
+	expect_stored({{"192.0.2.1", std::string(63, 'a') + ".permitted.example", 1, start_time + 60}});
+	DnsMessage hidden;
+	hidden.header(1)
+		.labels("www.permitted")
+		.label(std::string_view("example\0x", 9))
+		.name("attacker.test")
+		.question();
+	EXPECT_EQ(addresses_of(hidden.pointer(12).a_record(60, 192, 0, 2, 1)), first);
+	expect_stored({{"192.0.2.1", "www.permitted.example", 3, start_time + 60}});
+	// A rule of 64 characters, by long labels alone.
+	const std::string rule = std::string(52, 'a') + ".permitted.x";
+	ASSERT_EQ(rule.size(), 64u);
+	permit(rule, 2);
+	DnsMessage behind;
+	behind.header(1).labels(rule).label(63, 'b').name("attacker.test").question();
+	EXPECT_EQ(addresses_of(behind.pointer(12).a_record(60, 192, 0, 2, 1)), first);
+	expect_stored({{"192.0.2.1", rule, 4, start_time + 60}});
+}
+
+TEST_F(HostileAnswersTest, NameThatBeginsWithAZeroByteCountsAsNone)
+{
+	ASSERT_EQ(WgRecord(UPDATE_RULE, 1, 1).address(ipv4(10, 1, 2, 0), ipv4(255, 255, 255, 0)).write(), 0);
+	wg_rule closed = address_rule(ipv4(10, 1, 2, 0), ipv4(255, 255, 255, 0));
+	set_text(closed.domain_name, std::string(127, '-'));
+	WgRecord record(UPDATE_RULE, 2, 1);
+	record.record.rules[record.record.rule_number++] = closed;
+	ASSERT_EQ(record.write(), 0);
+	permit("*", 3);
+	DnsMessage message;
+	message.header(1).label(std::string_view("\0x", 2)).name("attacker.test").question();
+	EXPECT_EQ(addresses_of(message.pointer(12).a_record(60, 192, 0, 2, 1)), first);
+	// Rows 1 and 3.
+	expect_stored({{"192.0.2.1", "", 10, start_time + 60}});
 }
 
 TEST_F(HostileAnswersTest, NoiseOfEverySize)
