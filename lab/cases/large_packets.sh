@@ -20,7 +20,7 @@ step "left to be finished"
 load_module
 cpctl interface set wlan-1-1 mode on
 cpctl interface set wlan-1-2 mode on
-expect_success python3 -ES "$LAB/lib/large_frames.py"
+expect_success python3 -S "$LAB/lib/large_frames.py"
 unload_module
 
 step "9,000 bytes"

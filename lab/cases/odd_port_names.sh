@@ -49,7 +49,7 @@ for port in "${ports[@]%=*}"; do
 	[[ $port != wlan-3-8 ]] || verdict=drop
 	open+=("$port=$verdict")
 done
-expect_success python3 -ES "$LAB/lib/port_names.py" "${open[@]}"
+expect_success python3 -S "$LAB/lib/port_names.py" "${open[@]}"
 load_module
 for interface in wlan-{1-1,1-8,2-1,2-6,3-1,3-8}; do cpctl interface set "$interface" mode on; done
 cpctl interface owe map wlan-2-15 wlan-1-1
@@ -61,4 +61,4 @@ python3 - <<-'END_OF_PROGRAM'
 	fcntl.ioctl(os.open("/dev/CP_dev", os.O_RDWR), GATEKEEPER_IOCTL_SET, record)
 END_OF_PROGRAM
 step "with it"
-expect_success python3 -ES "$LAB/lib/port_names.py" "${ports[@]}"
+expect_success python3 -S "$LAB/lib/port_names.py" "${ports[@]}"

@@ -8,6 +8,9 @@ LAB=/payload/lab
 MODULE=/payload/captive_portal.ko
 : "${CASE:?}" "${CASE_DIR:?}" "${CASE_FILE:?}"
 
+# The guest's Python has no compiled library, and no place for one: what one program compiles, the next finds here.
+export PYTHONPYCACHEPREFIX=/run/lab-python
+
 . "$LAB/lib/assert.sh"
 . "$LAB/lib/topology.sh"
 . "$LAB/lib/services.sh"

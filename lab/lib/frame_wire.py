@@ -124,9 +124,12 @@ class Sender:
             self.slot = 0
         at = self.slot * self.SLOT_BYTES
         self.slot = (self.slot + 1) % self.SLOTS
-        status, = struct.unpack_from("<I", self.ring, at)
-        if status:
-            raise RuntimeError(f"slot of the transmit ring is not free: {status:#x}")
+        deadline = time.monotonic() + 20
+        while struct.unpack_from("<I", self.ring, at) != (0,):
+            # The frame that was here is in some queue still, and its bytes are these.
+            if time.monotonic() > deadline:
+                raise RuntimeError("a slot of the transmit ring does not become free")
+            time.sleep(0.001)
         kind, gso, _, *rest = vnet
         data = VNET_HEADER.pack(kind, gso, min(linear, len(frame)), *rest) + frame
         self.ring[at + TPACKET2_DATA:at + TPACKET2_DATA + len(data)] = data

@@ -46,10 +46,10 @@ from_tap() {
 }
 
 record_frames() {
-	expect_success python3 -ES "$LAB/lib/frame_table.py" record "$1" "${recording:-$1.recorded}" "${places[@]}" "${@:2}"
+	expect_success python3 -S "$LAB/lib/frame_table.py" record "$1" "${recording:-$1.recorded}" "${places[@]}" "${@:2}"
 }
 check_frames() {
-	expect_success python3 -ES "$LAB/lib/frame_table.py" check "$1" "${recording:-$1.recorded}" "${places[@]}" \
+	expect_success python3 -S "$LAB/lib/frame_table.py" check "$1" "${recording:-$1.recorded}" "${places[@]}" \
 		--column "$2" "${@:3}"
 }
 
