@@ -123,7 +123,6 @@ class Sender:
             self.ring = mmap.mmap(self.ring_socket.fileno(), self.SLOTS * self.SLOT_BYTES)
             self.slot = 0
         at = self.slot * self.SLOT_BYTES
-        self.slot = (self.slot + 1) % self.SLOTS
         deadline = time.monotonic() + 20
         while struct.unpack_from("<I", self.ring, at) != (0,):
             # The frame that was here is in some queue still, and its bytes are these.
@@ -134,8 +133,15 @@ class Sender:
         data = VNET_HEADER.pack(kind, gso, min(linear, len(frame)), *rest) + frame
         self.ring[at + TPACKET2_DATA:at + TPACKET2_DATA + len(data)] = data
         struct.pack_into("<II", self.ring, at, TP_STATUS_SEND_REQUEST, len(data))
-        if self.ring_socket.send(b"", socket.MSG_DONTWAIT) != len(frame):
-            raise RuntimeError("the transmit ring did not take the whole frame")
+        try:
+            sent = self.ring_socket.send(b"", socket.MSG_DONTWAIT)
+        except OSError:
+            # The slot stays the ring's next one, and would be sent again with the next frame.
+            struct.pack_into("<I", self.ring, at, 0)
+            raise
+        if sent != len(frame):
+            raise RuntimeError(f"the transmit ring sent {sent} bytes of {len(frame)}")
+        self.slot = (self.slot + 1) % self.SLOTS
 
 
 class TapSender:
