@@ -17,7 +17,16 @@ LOGOUT = "1.2.3.4"
 CLIENTS = ["192.168.1.100", "192.168.1.101", "10.0.0.5"]
 SERVERS = ["203.0.113.10", "203.0.113.11", "198.51.100.7", "192.0.2.1"]
 PRIVATE = ["10.1.2.3", "172.16.0.1", "172.31.255.255", "192.168.7.7"]
-EDGES = ["172.15.255.255", "172.32.0.1", "11.0.0.1", "9.255.255.255", "192.167.1.1", "192.169.0.1", "0.0.0.0", "255.255.255.255"]
+EDGES = [
+    "172.15.255.255",
+    "172.32.0.1",
+    "11.0.0.1",
+    "9.255.255.255",
+    "192.167.1.1",
+    "192.169.0.1",
+    "0.0.0.0",
+    "255.255.255.255",
+]
 
 FIN, SYN, RST, PSH, ACK = 1, 2, 4, 8, 16
 
@@ -41,7 +50,11 @@ def pseudo_sum(source, destination, protocol, length):
 
 def tcp(source, destination, source_port, destination_port, flags, payload=b"", *, partial=False, options=b""):
     offset = 5 + len(options) // 4
-    segment = struct.pack(">HHIIBBHHH", source_port, destination_port, 1000, 2000, offset << 4, flags, 0xFFFF, 0, 0) + options + payload
+    segment = (
+        struct.pack(">HHIIBBHHH", source_port, destination_port, 1000, 2000, offset << 4, flags, 0xFFFF, 0, 0)
+        + options
+        + payload
+    )
     start = pseudo_sum(source, destination, 6, len(segment))
     checksum = start if partial else ones_sum(segment, start) ^ 0xFFFF
     return segment[:16] + struct.pack(">H", checksum) + segment[18:]
@@ -70,8 +83,11 @@ def arp(source):
     return ethernet(b"\xff" * 6, source, 0x0806, bytes.fromhex("0001080006040001") + source + bytes(14))
 
 
-def ipv6(source, destination, payload=b"\x00" * 20, next_header=6):
-    header = struct.pack(">IHBB", 6 << 28, len(payload), next_header, 64) + b"\x20\x01" + bytes(14) + b"\x20\x02" + bytes(14)
+def ipv6(destination, source, payload, next_header, looks_like):
+    """With a protocol and addresses at the places where IPv4 has them."""
+    first, second = looks_like
+    header = struct.pack(">IHBB", 6 << 28, len(payload), next_header, 64) + b"\x20" + bytes([next_header, 0, 0])
+    header += address(first) + address(second) + bytes(20)
     return ethernet(destination, source, 0x86DD, header + payload)
 
 
@@ -82,7 +98,9 @@ def mutate(dice, frame):
     if kind <= 3 or len(data) < 35:
         # Around where a field begins more often than elsewhere.
         end = dice.choice([0, 5, 6, 11, 12, 13, 14, 15, 20, 23, 24, 27, 30, 33, 34, 35, 36, 37, 38, 47, 48, 51, 52])
-        return bytes(data[: min(end, len(data))]) if dice.random() < 0.7 else bytes(data[: dice.randrange(len(data) + 1)])
+        return (
+            bytes(data[: min(end, len(data))]) if dice.random() < 0.7 else bytes(data[: dice.randrange(len(data) + 1)])
+        )
     if kind == 4:
         data[14] = data[14] & 0xF0 | dice.randrange(16)
     elif kind == 5:

@@ -5,7 +5,7 @@ br0 as well; packet sockets there and on the ports show the frame as it is, with
 system call that sends the frame returns: nothing is ever waited for.  Nobody answers: the machine drops what comes up.
 
 A process's step that needs what a real machine cannot have on order (a failed registration, a device without an IPv4
-configuration) is not played; generate.for_kernel() makes sequences without them.
+configuration) is not played; kernel_sequences.py makes sequences without them.
 """
 
 import contextlib
