@@ -76,7 +76,7 @@ def replay(files, peer):
             is_same = False
             say(f"{file}: {difference}")
     say(f"{len(files)} kept sequences played")
-    return is_same
+    return is_same and len(files) > 0
 
 
 def self_test(peer):
@@ -98,10 +98,10 @@ def look_for_planted(peer):
     for number in range(planted.SEQUENCES):
         difference = first_difference(worker.generate.sequence("planted", number), peer)
         if difference:
-            small = shrunk(difference, peer)
-            if small.index is None or len(small.steps) > planted.LONGEST:
+            steps = Shrinker(differs_like(difference, peer)).without_steps(difference.steps)
+            if difference.index is None or len(steps) > planted.LONGEST:
                 return None
-            return f"sequence {number}, {len(small.steps)} of {len(difference.steps)} steps, last: {short(small.steps[-1])}"
+            return f"sequence {number}, {len(steps)} of {len(difference.steps)} steps, last: {short(steps[-1])}"
     return None
 
 
@@ -177,9 +177,8 @@ class Comparison:
             self.reached.count()
             for branch in self.reached.missing:
                 say(f"not reached: {branch}")
-            say(
-                f"{self.reached.reached} of {self.reached.total} branches of the model reached (in the first {self.watched} steps)"
-            )
+            reached = self.reached
+            say(f"{reached.reached} of {reached.total} branches of the model reached (in the first {self.watched} steps)")
             is_good = is_good and (self.reached.is_complete or arguments.steps < STEPS_FOR_ALL_BRANCHES)
         say(f"{self.failing} sequences with differences, of {len(self.kinds)} kinds")
         return is_good
