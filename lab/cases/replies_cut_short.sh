@@ -96,6 +96,9 @@ cpctl interface set wlan-1-1 mode on
 from_client 1-1
 check_frames "$requests" on
 from_replies
+cpctl debug 3
 check_frames "$replies" on
+expect_log "[nf_cp_change] in_name=(null) out_name=wlan-1-1 saddr=$AP_ADDRESS daddr=192.168.100.61 pass"
+cpctl debug 1
 check_frames "$ends" on
 check_frames "$pieces" on --forms linear+ring:0-60
