@@ -30,6 +30,8 @@ class ModuleBuild:
         self.tree = pathlib.Path(work, "tree")
         self.build = pathlib.Path(work, "build")
         self.library_directory = self.build / "platform/host"
+        self.model = self.tree / "tests/model/compare.py"
+        self.model_peer = self.build / "tests/model/model_peer"
 
     def unit_tests(self):
         """Names of the test programs. Those of the host kernel, of test support and of the command line look at no module."""
@@ -52,6 +54,12 @@ class ModuleBuild:
         link = _run(["ninja", "-C", self.build, "-t", "commands", "captive_portal_machine"]).splitlines()[-1]
         self._link = shlex.split(link)[2:-2]
         self._includers = self._read_includers()
+
+    def make_model_peer(self):
+        """Builds the program that plays the model's sequences on the module; False where there is no model."""
+        if self.model.exists():
+            _run(["ninja", "-C", self.build, "model_peer"])
+        return self.model.exists()
 
     def _read_includers(self):
         """For each file of the tree, the core's sources that it is part of."""

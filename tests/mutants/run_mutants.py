@@ -6,14 +6,20 @@ import concurrent.futures
 import os
 import pathlib
 import re
+import shlex
 import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 import mutant_files
 from module_build import BuildError, ModuleBuild
+
+# A mutant that the unit tests let pass is shown to the model, where there is one.
+MODEL_STEPS = 20000
+MODEL_SECONDS = 600
 
 # What a mutant may do to the machine: a loop that allocates or prints without end is stopped like one that hangs.
 MEMORY_LIMIT = 4 << 30
@@ -82,6 +88,8 @@ class Judge:
         self.module = module
         self.tests = module.unit_tests()
         self.seconds = {}
+        self.model_lock = threading.Lock()
+        self.model_works = None  # not known before it is needed
 
     def _run(self, test, library_directory, directory, limit):
         command = [self.module.program(test), "--gtest_fail_fast", "--gtest_color=no"]
@@ -106,7 +114,30 @@ class Judge:
             reason = self._run(test, library_directory, directory, 15 + 10 * self.seconds[test])
             if reason:
                 return f"{test}: {reason}"
+        return self._ask_model(library_directory, directory)
+
+    def _compare_with_model(self, library_directory, directory):
+        command = [sys.executable, "-B", self.module.model, "--peer", shlex.quote(str(self.module.model_peer))]
+        command += ["--jobs", "1", "--no-branches", "--keep", directory, str(MODEL_STEPS)]
+        return run_program(command, library_directory, directory, MODEL_SECONDS)
+
+    def _ask_model(self, library_directory, directory):
+        with self.model_lock:
+            if self.model_works is None:
+                self.model_works = self._try_model()
+        if self.model_works and self._compare_with_model(library_directory, directory):
+            return "the model differs"
         return None
+
+    def _try_model(self):
+        """Whether there is a model, and the module as it is does what it says."""
+        if not self.module.make_model_peer():
+            return False
+        with tempfile.TemporaryDirectory() as directory:
+            reason = self._compare_with_model(self.module.library_directory, directory)
+        if reason:
+            print(f"the model is not asked: it differs from the module as it is, {reason}", flush=True)
+        return not reason
 
 
 def try_mutant(mutant, module, judge):

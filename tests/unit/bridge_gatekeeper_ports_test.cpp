@@ -169,6 +169,9 @@ class GatekeeperGuardRow : public PacketCaseTest
 {
 };
 
+// Two words of header, TCP, and a destination port of 82 in what would be the header checksum; no destination address.
+constexpr uint8_t port_before_the_destination[] = {0x42, 0, 0, 12, 0, 0, 0, 0, 64, 6, 0, 82};
+
 const PacketCase guard_rows[] = {
 	{.description = "port 82 of another host is open to the wired side",
 	 .frame = frame().from(wired_host).to(upstream_server).tcp(51000, 82).syn(),
@@ -205,6 +208,12 @@ const PacketCase guard_rows[] = {
 			 machine.devices.put("br0", {.mac = access_point.mac, .ipv4 = {{ipv4(192, 168, 0, 82).raw}}});
 		 },
 	 .verdict = CP_DROP},
+	{.description = "a packet that ends before its destination address is open to the wired side",
+	 .frame = frame().from(wired_host).network_bytes(port_before_the_destination),
+	 .device = "eth0"},
+	{.description = "a packet that ends before its destination address is open to a client",
+	 .frame = frame().from(client_of_wlan_1_1).network_bytes(port_before_the_destination),
+	 .device = "wlan-1-1"},
 	{.description = "the first fragment has ports",
 	 .frame = frame().from(wired_host).to(access_point).more_fragments().tcp(51000, 82),
 	 .device = "eth0",

@@ -231,7 +231,7 @@ protected:
 	}
 
 	// Runs the check; the frame that leaves, or none when it was dropped.
-	std::optional<Frame> check(const Frame &frame, uint32_t packet_mark, const std::string &device)
+	std::optional<Frame> check(const Frame &frame, uint32_t packet_mark, std::optional<std::string> device)
 	{
 		packet = packet_of(frame);
 		packet.mark = packet_mark;
@@ -353,6 +353,23 @@ TEST_F(PreRoutingCheckPorts, AreNotReachedFromAnIngressThatIsGone)
 	set_portal(machine, CAPTIVE_PORTAL, 0, 1);
 	EXPECT_EQ(check(to(upstream_server, 80), 5200, "wlan-9-9"), Frame(to(upstream_server, 80)));
 	EXPECT_EQ(connections(), std::vector<Connection>{});
+}
+
+TEST_F(PreRoutingCheckPorts, AreNotReachedWithoutAnIngress)
+{
+	set_portal(machine, CAPTIVE_PORTAL, 0, 1);
+	EXPECT_EQ(check(to(upstream_server, 80), 5200, std::nullopt), Frame(to(upstream_server, 80)));
+	EXPECT_EQ(connections(), std::vector<Connection>{});
+}
+
+// The rewritten packet is looked at for special marks and addresses once more: its destination is the social login's
+// address then, and its port none of the two that are sent on from there.
+TEST_F(PreRoutingCheckPorts, AreNotReachedOnAnAccessPointWithTheSocialLoginAddress)
+{
+	machine.devices.put("br0", {.mac = access_point.mac, .ipv4 = {{social_login.address.raw}}});
+	set_portal(machine, CAPTIVE_PORTAL, 0, 1);
+	EXPECT_EQ(check(to(upstream_server, 80), 5200, "wlan-1-1"), std::nullopt);
+	EXPECT_EQ(check(to(upstream_server, 443), 5200, "wlan-1-1"), std::nullopt);
 }
 
 // ---- Memory that cannot be had --------------------------------------------------------------------------------------

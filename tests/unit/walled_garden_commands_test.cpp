@@ -314,6 +314,14 @@ TEST_F(WalledGardenCommandsTest, RulesRefreshTheirRowOnly)
 	EXPECT_EQ(cached_mask(), all_bits);
 }
 
+TEST_F(WalledGardenCommandsTest, RulesAreReplacedInOneHold)
+{
+	EXPECT_EQ(WgRecord(UPDATE_RULE, 5, 1).domain("a.example").write(), 0);
+	const uint64_t before = machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN);
+	EXPECT_EQ(WgRecord(UPDATE_RULE, 5, 1).domain("b.example").write(), 0);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN), before + 1) << "the cache is empty: nobody asks";
+}
+
 TEST_F(WalledGardenCommandsTest, RulesForARowOutOfRangeAreLoggedAndRefused)
 {
 	cache_name();
