@@ -1,6 +1,6 @@
 # Sourced by every script of the project that runs on the host.
 # Offers: project_root, cache_dir, say, warn, die, need_packages, with_cache_lock,
-# copy_tree, configure_cmake.  Sets strict mode.
+# copy_files, copy_tree, configure_cmake.  Sets strict mode.
 
 set -euo pipefail
 
@@ -56,12 +56,18 @@ with_cache_lock() {
 	) 9>"$cache_dir/locks/$1"
 }
 
+# copy_files SOURCE DESTINATION [RSYNC_ARGUMENT...]  by content: what differs is
+# as new as the copy is, whichever of two checkouts it came from, and so is built.
+copy_files() {
+	need_packages rsync
+	mkdir -p "$2"
+	rsync -rlp --checksum --delete "${@:3}" "$1/" "$2/"
+}
+
 # copy_tree DESTINATION  copies what a module build reads, so that objects of
 # two kernels never mix and a second build in the copy compiles only what changed.
 copy_tree() {
-	need_packages rsync
-	mkdir -p "$1"
-	rsync -a --delete --filter=". $project_root/scripts/module-sources.list" "$project_root/" "$1/"
+	copy_files "$project_root" "$1" --filter=". $project_root/scripts/module-sources.list"
 }
 
 # configure_cmake SOURCE BUILD [ARGUMENT...]  a build directory of the cache may have been another checkout's.
