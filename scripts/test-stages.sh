@@ -7,6 +7,7 @@ style_packages=(clang-format clang-tidy)
 install_for_tests() {
 	need_packages "${host_packages[@]}" "${style_packages[@]}" make gcc rsync kmod binutils \
 		qemu-system-x86 squashfs-tools cpio xz-utils \
+		clang llvm libclang-rt-dev patch binutils python3 python3-coverage \
 		linux-source-6.1 flex bison bc pahole libelf1 libssl3 zlib1g
 }
 
@@ -60,6 +61,36 @@ tidy() {
 		xargs -0 -n 1 -P "$(nproc)" clang-tidy -p "$1" --quiet --warnings-as-errors='*'
 }
 
+# --- tests of the tests, and inputs that nobody wrote ----------------------------
+
+# What chooses seeds and parts: another tenth, another seed with every commit.
+commit() {
+	git -c safe.directory='*' -C "$project_root" rev-parse HEAD 2>/dev/null ||
+		project_files '*.cpp' '*.h' | LC_ALL=C sort | xargs cat | sha1sum | cut -d' ' -f1
+}
+
+stage_mutants() {
+	local output=$reports/$stage.lines status=0
+	"$project_root/run" mutants --tenth-of "$(commit)" >"$output" || status=$?
+	cat "$output"
+	sed -nE 's/^caught +([^ ]+) .*/pass \1/p; s/^SURVIVED +([^ ]+).*/fail \1/p' "$output" >>"$reports/$stage.verdicts"
+	return "$status"
+}
+
+stage_fuzz() {
+	check "every kept input, and the branches that they reach" "$project_root/run" fuzz --replay
+	check "a minute of each target" "$project_root/run" fuzz 1
+}
+
+# The seed is a number, for whoever wants to repeat the run.
+seed() { printf '%d\n' "0x$(commit | cut -c1-7)"; }
+
+stage_model() { check "200,000 steps as the model has them" "$project_root/run" model 200000 "$(seed)"; }
+stage_model_um() {
+	check "10,000 steps of the real module as the model has them" \
+		"$project_root/run" model --kernel um 10000 "$(seed)"
+}
+
 # --- host tests -------------------------------------------------------------------
 
 configure_host() {
@@ -93,7 +124,7 @@ stage_host_thread() { host_tests thread; }
 prepare_kernel() { check "$1 is there to boot" "$project_root/lab/kernels/prepare" "$1"; }
 
 module_build() {
-	local kernel=$1 dir copy=$cache_dir/modules/$1
+	local kernel=$1 dir copy=$cache_dir/module-builds/$1
 	dir=$("$project_root/lab/kernels/prepare" "$kernel")
 	check "module for $kernel" with_cache_lock "module-$kernel" \
 		"$project_root/scripts/build-module" "$dir/build" "$copy" ARCH="$(<"$dir/arch")"
