@@ -27,8 +27,9 @@ BRIDGE = "br0"
 EPOCH = 1_700_000_000
 TICKS_PER_SECOND = 100
 PAGE = mmap.PAGESIZE
-# The wall clock's at a load, in ticks: so the thread's first twenty passes are far from both ends of a second.
-FRACTION = 52
+# The wall clock's part of a second at a load, in ticks.  The thread's passes are multiples of PERIOD apart, so each comes
+# two ticks or more from both ends of a second.
+FRACTION = 54
 # The kernel wakes a thread that sleeps for 6000 ticks at the next tick that this divides.
 WHEEL = 512
 
