@@ -26,7 +26,7 @@ constexpr int repetitions = 1;
 #else
 constexpr const char *figure = "nanoseconds";
 constexpr uint64_t LongestHold::*member = &LongestHold::nanoseconds;
-constexpr int repetitions = 5;
+constexpr int repetitions = 3;
 #endif
 
 constexpr double longest_wait = 8;

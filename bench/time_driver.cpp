@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double longest_batch = 0.005;
 constexpr int64_t many_batches = 150;
-constexpr int64_t few_batches = 5;
+constexpr int64_t few_batches = 3;
 
 double seconds_of(Case &measured, uint32_t runs)
 {
