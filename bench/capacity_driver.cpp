@@ -71,7 +71,7 @@ double thread_seconds()
 // Runs `body(thread)` over and over on so many threads for a while.
 template <typename Body> Rate measure_rate(unsigned threads, const Body &body)
 {
-	constexpr auto duration = std::chrono::milliseconds(20);
+	constexpr std::chrono::duration<double> duration(0.005);
 	constexpr unsigned runs_between_looks = 256;
 	std::atomic<unsigned> ready = 0;
 	std::atomic<bool> stop = false;
@@ -93,8 +93,12 @@ template <typename Body> Rate measure_rate(unsigned threads, const Body &body)
 			}
 			const double processor = thread_seconds() - processor_start;
 			const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-			rates[thread] = {static_cast<double>(runs) / processor, processor > 0.95 * elapsed};
+			rates[thread] = {static_cast<double>(runs) / processor,
+					 processor > 0.95 * elapsed && processor > 0.9 * duration.count()};
 		});
+	}
+	while (ready.load() < threads) {
+		std::this_thread::yield();
 	}
 	std::this_thread::sleep_for(duration);
 	stop = true;
@@ -113,10 +117,11 @@ template <typename Body> Rate measure_rate(unsigned threads, const Body &body)
 // there were too few.
 template <typename Body> std::optional<double> gain_of_second_thread(const Body &body)
 {
-	constexpr int tries = 60;
+	constexpr auto patience = std::chrono::seconds(8);
 	constexpr size_t enough = 5;
 	std::vector<double> gains;
-	for (int attempt = 0; attempt < tries && gains.size() < 2 * enough; ++attempt) {
+	for (const Clock::time_point start = Clock::now();
+	     Clock::now() - start < patience && gains.size() < 2 * enough;) {
 		const Rate two = measure_rate(2, body);
 		const Rate one = measure_rate(1, body);
 		if (two.undisturbed && one.undisturbed) {
