@@ -521,6 +521,14 @@ TEST_F(SummaryRead, FailsWithoutMemoryAndMarksNothing)
 	EXPECT_EQ(read(), header() + server_lines + www + cdn + second_lines + finished);
 }
 
+TEST_F(SummaryRead, MeasuresInOneHoldAndListsInAnother)
+{
+	add_three();
+	const uint64_t before = machine.locks.acquisitions(CP_LOCK_DNS_LIST);
+	EXPECT_EQ(read(), header() + server_lines + www + cdn + second_lines + finished);
+	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_DNS_LIST), before + 2);
+}
+
 TEST_F(SummaryRead, NeedsNoMemoryForNoRoom)
 {
 	add_three();

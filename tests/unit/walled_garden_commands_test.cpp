@@ -322,6 +322,22 @@ TEST_F(WalledGardenCommandsTest, RulesAreReplacedInOneHold)
 	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN), before + 1) << "the cache is empty: nobody asks";
 }
 
+TEST_F(WalledGardenCommandsTest, EveryCommandIsOneHold)
+{
+	for (const uint32_t sub_command : {0u, 1u, 2u, 3u, 99u}) {
+		const uint64_t before = machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN);
+		EXPECT_EQ(WgRecord(sub_command, 5).write(), sub_command == 99 ? -1 : 0);
+		EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN), before + 1) << sub_command;
+	}
+	wg_cmd record{};
+	for (const uint32_t sub_command : {4u, 5u, 99u}) {
+		record.cmd = sub_command;
+		const uint64_t before = machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN);
+		EXPECT_EQ(get_walled_garden_list(&record), 0);
+		EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_WALLEDGARDEN), before + 1) << sub_command;
+	}
+}
+
 TEST_F(WalledGardenCommandsTest, RulesForARowOutOfRangeAreLoggedAndRefused)
 {
 	cache_name();
