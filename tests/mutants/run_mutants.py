@@ -21,6 +21,9 @@ from module_build import BuildError, ModuleBuild
 MODEL_STEPS = 20000
 MODEL_SECONDS = 600
 
+# The module as it is passes each test program in this time, or nothing is run.
+UNMUTATED_SECONDS = 300
+
 # What a mutant may do to the machine: a loop that allocates or prints without end is stopped like one that hangs.
 MEMORY_LIMIT = 4 << 30
 OUTPUT_LIMIT = 64 << 20
@@ -49,6 +52,18 @@ def chosen(mutants, arguments):
     return mutants[part::parts]
 
 
+# Verdicts that say nothing of the tests, and fail the run.
+ERRORS = ("NOT APPLIED", "NOT BUILT", "NOT JUDGED")
+
+
+class NotJudged(Exception):
+    """The tests cannot say whether a mutant is caught."""
+
+
+class TimeLimit(Exception):
+    """The program was stopped; says where it was."""
+
+
 def run_program(command, library_directory, directory, limit):
     """Why the program failed, or None."""
     output = pathlib.Path(directory, "output")
@@ -75,7 +90,7 @@ def run_program(command, library_directory, directory, limit):
     begun = re.findall(r"^\[ RUN      \] ([\w./]+)", text, re.MULTILINE)
     case = failed[0] if failed else begun[-1] if begun else "before its first case"
     if status is None:
-        return f"{case} (time limit of {limit:.0f} s)"
+        raise TimeLimit(f"{case} (time limit of {limit:.0f} s)")
     if failed:
         return case
     return f"{case} ({signal.Signals(-status).name if status < 0 else f'status {status}'})"
@@ -98,9 +113,29 @@ class Judge:
     def run_unmutated(self, test):
         with tempfile.TemporaryDirectory() as directory:
             started = time.monotonic()
-            reason = self._run(test, self.module.library_directory, directory, 120)
+            try:
+                reason = self._run(test, self.module.library_directory, directory, UNMUTATED_SECONDS)
+            except TimeLimit as error:
+                reason = str(error)
             self.seconds[test] = time.monotonic() - started
         return reason
+
+    def _limit(self, test):
+        return 15 + 10 * self.seconds[test]
+
+    def _run_mutant(self, test, library_directory, directory):
+        """Why the test failed, or None. A hang counts only if the test is still quick on the module as it is."""
+        while True:
+            limit = self._limit(test)
+            try:
+                return self._run(test, library_directory, directory, limit)
+            except TimeLimit as error:
+                # The machine may have become busy with something else.
+                failure = self.run_unmutated(test)
+                if failure:
+                    raise NotJudged(f"{test} now fails on the module as it is: {failure}") from error
+                if self._limit(test) <= limit * 1.5:
+                    return str(error)
 
     def in_order_for(self, file):
         """Programs named for the mutated file first, then the quick ones."""
@@ -110,8 +145,7 @@ class Judge:
     def judge(self, mutant, library_directory, directory):
         """Which test caught the mutant, or None."""
         for test in self.in_order_for(mutant.file):
-            # Both processors may be busy with something else.
-            reason = self._run(test, library_directory, directory, 15 + 10 * self.seconds[test])
+            reason = self._run_mutant(test, library_directory, directory)
             if reason:
                 return f"{test}: {reason}"
         return self._ask_model(library_directory, directory)
@@ -119,7 +153,10 @@ class Judge:
     def _compare_with_model(self, library_directory, directory):
         command = [sys.executable, "-B", self.module.model, "--peer", shlex.quote(str(self.module.model_peer))]
         command += ["--jobs", "1", "--no-branches", "--keep", directory, str(MODEL_STEPS)]
-        return run_program(command, library_directory, directory, MODEL_SECONDS)
+        try:
+            return run_program(command, library_directory, directory, MODEL_SECONDS)
+        except TimeLimit as error:
+            return str(error)
 
     def _ask_model(self, library_directory, directory):
         with self.model_lock:
@@ -149,7 +186,10 @@ def try_mutant(mutant, module, judge):
             return "NOT APPLIED", str(error)
         except BuildError as error:
             return "NOT BUILT", str(error)
-        reason = judge.judge(mutant, directory, directory)
+        try:
+            reason = judge.judge(mutant, directory, directory)
+        except NotJudged as error:
+            return "NOT JUDGED", str(error)
     return ("caught", reason) if reason else ("SURVIVED", " ".join(mutant.description))
 
 
@@ -189,14 +229,14 @@ def main():
             verdicts.setdefault(verdict, []).append(mutant)
             print(f"{verdict:8}  {mutant.name}  {reason}", flush=True)
 
-    for verdict in ("NOT APPLIED", "NOT BUILT", "SURVIVED"):
+    for verdict in (*ERRORS, "SURVIVED"):
         for mutant in verdicts.get(verdict, []):
             print(f"{verdict}: {mutant.name} ({mutant.place})")
     seconds = time.monotonic() - built
     print(f"{seconds:.0f} s for {len(mutants)} mutants, {seconds / max(1, len(mutants)):.1f} s each")
-    errors = len(verdicts.get("NOT APPLIED", [])) + len(verdicts.get("NOT BUILT", []))
+    errors = sum(len(verdicts.get(verdict, [])) for verdict in ERRORS)
     if errors:
-        print(f"{errors} mutants are no mutants")
+        print(f"{errors} could not be tried")
     survived = len(verdicts.get("SURVIVED", []))
     print(f"{len(verdicts.get('caught', []))} caught, {survived} survived")
     return 1 if survived or errors or not mutants else 0
