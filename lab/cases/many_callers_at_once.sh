@@ -9,8 +9,8 @@
 
 make_frame_bench 1-1 2-2
 add_tap_port wlan-1-2
-rounds=20
-waiting_is_free || rounds=5
+rounds=40
+waiting_is_free || rounds=15
 
 frames=$CASE_DIR/frames
 cat >"$frames" <<'END_OF_TABLE'
