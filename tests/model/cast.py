@@ -14,7 +14,7 @@ ODD_INTERFACES = [
     b"wlan-1-", b"wlan-x", b"Wlan-1-1", b"eth0", b"", b"all", b"all ", b"allx", b"ALL", b"wlan-4294967297-",
     b"wlan-1-42949672", b"wlan-184467440737", b"wlan-1-1xxxxxxxx", b"wlan-2-1\0garbage", b"wlan-1- -1",
     b"wlan-99999999-9", b"xwlan-1-1", b" wlan-1-1", b"wlan-1-000000001", b"wlan-1- 00000002", b"wlan-1-14\0", b"wlan",
-    b"wlan-536870913-1", b"wlan-5368709121-", b"wlan--536870911-1",
+    b"wlan-- 1-17", b"wlan-2-- 0", b"wlan-2--0", b"wlan-536870913-1", b"wlan-5368709121-", b"wlan--536870911-1",
 ]
 # fmt: on
 # The same as devices may be called.
@@ -82,7 +82,7 @@ class Cast:
         self.macs = dice.sample(frames.CLIENT_MACS, dice.choice([1, 2, 3]))
         self.clients = dice.sample(frames.CLIENTS, dice.choice([1, 2]))
         self.client_ports = [50000 + number for number in range(dice.choice([1, 2, 4]))]
-        self.servers = dice.sample(frames.SERVERS + frames.PRIVATE, 3)
+        self.servers = dice.sample(frames.SERVERS + frames.PRIVATE + frames.LAST_BUCKETS, 3)
         self.names = dice.sample(names.NAMES, 3) + [names.small_name(dice)]
         self.patterns = dice.sample(names.PATTERNS, 3) + [names.small_pattern(dice), names.small_pattern(dice)]
 
@@ -104,7 +104,15 @@ class Cast:
         return 27 if self.rarely(8) else dice.choice(self.rows)
 
     def mac(self):
-        return self.dice.choice(frames.ODD_MACS) if self.rarely(25) else self.dice.choice(self.macs)
+        kind = self.dice.randrange(25)
+        if kind == 0:
+            return self.dice.choice(frames.ODD_MACS)
+        return self.near_miss(self.dice.choice(self.macs)) if kind == 1 else self.dice.choice(self.macs)
+
+    def near_miss(self, mac):
+        """One byte of it is another."""
+        place = self.dice.randrange(6)
+        return mac[:place] + bytes([mac[place] ^ 0x40]) + mac[place + 1 :]
 
     def device(self):
         """From which a frame comes, or through which it leaves."""

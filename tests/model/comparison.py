@@ -178,7 +178,8 @@ class Comparison:
             for branch in self.reached.missing:
                 say(f"not reached: {branch}")
             reached = self.reached
-            say(f"{reached.reached} of {reached.total} branches of the model reached (in the first {self.watched} steps)")
+            figures = f"{reached.reached} of {reached.total} branches"
+            say(f"{figures} of the model reached (in the first {self.watched} steps)")
             is_good = is_good and (self.reached.is_complete or arguments.steps < STEPS_FOR_ALL_BRANCHES)
         say(f"{self.failing} sequences with differences, of {len(self.kinds)} kinds")
         return is_good

@@ -128,6 +128,9 @@ class Generator:
         else:
             self.open()
 
+    def fail_allocation(self, number):
+        self.add("fail_allocation", number=number)
+
     def trouble(self):
         """Memory is short for a while."""
         dice = self.dice
@@ -142,11 +145,11 @@ class Generator:
             self.scenes.garden,
         ]
         if dice.random() < 0.8:
-            self.add("fail_allocation", number=dice.choice([1, 1, 1, 2, 2, 3, 4, 5, 6]))
+            self.fail_allocation(dice.choice([1, 1, 1, 2, 2, 3, 4, 5, 6]))
             for _ in range(dice.randrange(1, 3)):
                 dice.choice(moves)()
             if not self.cast.rarely(4):
-                self.add("fail_allocation", number=0)
+                self.fail_allocation(0)
         else:
             self.add("memory", full=True)
             for _ in range(dice.randrange(1, 5)):

@@ -64,6 +64,9 @@ class KernelGenerator(Generator):
     def trouble(self):
         self.command()
 
+    def fail_allocation(self, number):
+        pass
+
     def long_scenes(self):
         pass
 

@@ -6,6 +6,7 @@ import answers
 import frames
 import names
 import records
+from cast import strange_interface
 from frames import ACK, FIN, PSH, SYN
 
 ON = 1
@@ -32,6 +33,7 @@ class Scenes:
             self.companion,
             self.disconnected,
             self.names_of_an_address,
+            self.no_memory_for_a_name,
             self.expiry,
             self.listing,
             self.special_mark,
@@ -138,9 +140,11 @@ class Scenes:
     def logout(self):
         dice = self.dice
         row, name, mac = self.home()
-        self.set_row(8, row, 0, dice.choice(records.LOGOUT_TEXTS))
+        text, destination = dice.choice(records.LOGOUTS)
+        self.set_row(8, row, 0, text)
         self.set_clients(dice.choice([2, 4]), name, mac)
-        destination = dice.choice([frames.LOGOUT, frames.LOGOUT, "203.0.113.10", "0.0.0.0"])
+        if self.cast.rarely(4):
+            _, destination = dice.choice(records.LOGOUTS)
         connection = self.request(name, mac, destination, dice.choice([80, 443, 22]))
         self.add(self.packets.reply(connection, dice.choice([SYN | ACK, FIN | ACK]), 82))
 
@@ -148,10 +152,12 @@ class Scenes:
         """A companion interface is paired, and frames come from it."""
         _, name, mac = self.home()
         owe = self.dice.choice(self.cast.companions)
-        self.set_clients(12, name if not self.cast.rarely(6) else self.cast.interface(), mac, owe)
+        paired = strange_interface(self.dice) if self.cast.rarely(3) else name
+        self.set_clients(12, paired, mac, owe)
         self.request(owe, mac)
-        if self.cast.rarely(3):
-            self.add(records.command(self.cast, 9))
+        if self.cast.rarely(4):
+            head = struct.pack("<III", 14, 7, 8) + records.field(b"before", 16) + records.field(owe, 16)
+            self.ioctl(9, head.ljust(records.RECORD_BYTES[9], b"\0"))
         if self.cast.rarely(8):
             self.set_clients(16, name, mac)
 
@@ -169,6 +175,20 @@ class Scenes:
             self.add(self.packets.dns(self.dice.choice(self.cast.names), [server]))
         self.generator.select()
         self.generator.read()
+
+    def no_memory_for_a_name(self):
+        """A name that the rules like comes to a known address, and there is no memory for all of it."""
+        row, _, _ = self.home()
+        server = self.dice.choice(self.cast.servers)
+        first, second = self.dice.sample(self.cast.names, 2)
+        rule = struct.pack("<III", 0, 0, 0) + records.field(self.dice.choice([second, b"*"]), 128)
+        self.ioctl(3, (struct.pack("<IiIi", 2, row, ON, 1) + rule).ljust(records.RECORD_BYTES[3], b"\0"))
+        self.add(self.packets.dns(first, [server]))
+        self.generator.fail_allocation(self.dice.choice([1, 1, 2, 2, 3, 4]))
+        self.add(self.packets.dns(second, [server]))
+        self.generator.fail_allocation(0)
+        self.add({"op": "proc_write", "text": b"all".hex()})
+        self.add({"op": "proc_read", "length": 4096})
 
     def expiry(self):
         """An answer grows old."""
