@@ -34,6 +34,15 @@ class Scenes:
             self.disconnected,
             self.names_of_an_address,
             self.no_memory_for_a_name,
+            self.cut_request,
+            self.no_address,
+            self.social_login,
+            self.guarded_port,
+            self.stranger,
+            self.default_rules,
+            self.ping,
+            self.no_memory_for_a_station,
+            self.flush,
             self.expiry,
             self.listing,
             self.special_mark,
@@ -74,6 +83,86 @@ class Scenes:
             self.set_row(5, row, dice.choice([0, 1, 2]))
         if self.cast.rarely(3):
             self.ioctl(3, struct.pack("<IiIi", 0, row, dice.choice([0, 1]), 0).ljust(records.RECORD_BYTES[3], b"\0"))
+
+    def cut_request(self):
+        """A request that ends too early, for a portal in any mode."""
+        row, name, mac = self.home()
+        self.set_row(1, row, self.dice.choice([1, 7, 8]))
+        for _ in range(self.dice.randrange(1, 4)):
+            step = self.packets.segment(self.packets.new_connection(name.decode(), mac), SYN, {})
+            end = self.dice.randrange(14, 14 + 40)
+            self.add({"op": "pre", "device": step["device"], "frame": step["frame"][: 2 * end]})
+
+    def ping(self):
+        """Somebody looks for the access point, through a portal that lets that pass or not."""
+        dice = self.dice
+        row, name, mac = self.home()
+        self.set_row(1, row, dice.choice([1, 7, 7, 7, 8]))
+        source = dice.choice(self.cast.clients)
+        destination = dice.choice([frames.AP, frames.AP, frames.AP, frames.ROUTER, frames.MOVED_AP, frames.PRIVATE[0]])
+        packet = frames.ipv4(source, destination, dice.choice([1, 1, 1, 2]), b"\x08\x00ping")
+        frame = frames.ethernet(frames.AP_MAC, mac, 0x0800, packet)
+        self.add(self.packets.finish("pre", name.decode(), frame))
+
+    def no_memory_for_a_station(self):
+        """The copy of the record takes memory first, and the station next."""
+        _, name, mac = self.home()
+        self.generator.fail_allocation(self.dice.choice([1, 2, 2, 2]))
+        self.set_clients(self.dice.choice([0, 2, 4, 22, 24, 26, 31]), name, mac)
+        self.generator.fail_allocation(0)
+
+    def flush(self):
+        """Lists are emptied: an interface's, everybody's, or nobody's."""
+        _, name, mac = self.home()
+        name = self.dice.choice([name, b"all", strange_interface(self.dice)])
+        self.set_clients(self.dice.choice([9, 30, 34]), name, mac)
+
+    def social_login(self):
+        """A request to the social-login address, and the answer."""
+        dice = self.dice
+        row, name, mac = self.home()
+        if self.cast.rarely(2):
+            self.set_row(1, row, dice.choice([1, 1, 2, 7, 8]))
+        connection = self.packets.new_connection(
+            name.decode(), mac, frames.SOCIAL_LOGIN, dice.choice([80, 443, 443, 22])
+        )
+        step = self.packets.segment(connection, dice.choice([SYN, SYN, ACK]), {})
+        self.add({**step, "writable": False} if self.cast.rarely(4) else step)
+        self.add(self.packets.reply(connection, dice.choice([SYN | ACK, FIN | ACK]), dice.choice([83, 84])))
+
+    def guarded_port(self):
+        """A request to the access point's own ports, from where it should come and from where not."""
+        dice = self.dice
+        row, name, mac = self.home()
+        self.set_row(1, row, dice.choice([0, 0, 1, 8]))
+        http = 10081 + 10000 * (row // 8) + row % 8
+        ports = [*range(82, 92), http, http + 363, dice.choice([10081, 20088, 30451]), 10089, 80]
+        device = dice.choice([name, name, b"eth0"])
+        self.request(device, mac, frames.AP, dice.choice(ports), dice.choice([SYN, ACK]))
+
+    def stranger(self):
+        """A command for an interface that may not be one."""
+        dice = self.dice
+        command = dice.choice(records.CLIENT_COMMANDS)
+        name, owe = strange_interface(dice), strange_interface(dice)
+        self.set_clients(command, name, dice.choice(self.cast.macs), owe, dice.choice([1, 2, 3]), 2)
+
+    def default_rules(self):
+        """Rules for everybody, some of them empty, and what can be read of them."""
+        count = self.dice.randrange(4)
+        rules = b"".join(self.dice.choice([records.default_rule(self.cast), bytes(140)]) for _ in range(count))
+        self.ioctl(3, (struct.pack("<IiIi", 1, 0, 0, count) + rules).ljust(records.RECORD_BYTES[3], b"\0"))
+        self.ioctl(4, struct.pack("<IiIi", 5, 0, 77, 99).ljust(records.RECORD_BYTES[4], b"\0"))
+
+    def no_address(self):
+        """A request to nobody, which the rules are asked about all the same."""
+        row, name, mac = self.home()
+        self.set_row(1, row, self.dice.choice([1, 2]))
+        rule = struct.pack("<IiIi", 2, row, ON, 1) + records.address_rule(self.cast)
+        self.ioctl(3, rule.ljust(records.RECORD_BYTES[3], b"\0"))
+        self.ioctl_level(self.dice.choice([0, 0, 1, 3]))
+        self.request(name, mac, "0.0.0.0", self.dice.choice([80, 443]))
+        self.ioctl_level(3)
 
     def clients(self):
         """A station comes onto a list or leaves it, and its list is looked at."""
@@ -245,6 +334,7 @@ class Scenes:
             self.dice.choice([self.generator.report, self.generator.dns, self.generator.request, self.generator.time])()
 
     def ioctl_level(self, level):
+        """Sets the debug level."""
         self.add({"op": "ioctl", "command": 11, "argument": level})
 
     def long_list(self):
