@@ -30,7 +30,7 @@ wg_cmd garden_record(Input &input)
 	record.cmd = input.below(7);
 	record.iface = static_cast<int32_t>(input.below(32)) - 2;
 	record.enable_value = input.below(3);
-	record.rule_number = static_cast<int32_t>(input.below(28)) - 2;
+	record.rule_number = static_cast<int32_t>(input.below(32)) - 2;
 	for (int32_t i = 0; i < record.rule_number && i < WG_RULES_PER_RECORD; ++i) {
 		record.rules[i].rule_type = input.below(3);
 		record.rules[i].ip_addr = pick_address(input).raw;

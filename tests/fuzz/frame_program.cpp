@@ -43,7 +43,7 @@ void append_name(std::vector<uint8_t> &message, const std::string &name)
 // An answer about addresses, whole and right unless the input bends it.
 std::vector<uint8_t> dns_answer(Input &input)
 {
-	const uint8_t bends = input.byte();
+	const uint8_t bends = input.byte() < 0xa0 ? 0 : input.byte();
 	const uint32_t records = input.below(6);
 	std::vector<uint8_t> message;
 	append(message, {0x1234, (bends & 1) != 0 ? input.number<uint16_t>() : 0x8180u, 1,
@@ -94,7 +94,8 @@ void bend(Input &input, uint8_t bends, FrameBuilder &frame)
 	}
 }
 
-void add_transport(Input &input, FrameAction &action, FrameBuilder &frame)
+// Gives the source port.
+uint16_t add_transport(Input &input, FrameAction &action, FrameBuilder &frame)
 {
 	constexpr uint8_t flags[] = {tcp_syn, tcp_ack, tcp_syn | tcp_ack, tcp_fin | tcp_ack, 0xff, 0};
 	const uint32_t kind = input.below(10);
@@ -111,7 +112,7 @@ void add_transport(Input &input, FrameAction &action, FrameBuilder &frame)
 	case 4:
 	case 5:
 		frame.udp(CP_PORT_DNS, destination_port).payload(dns_answer(input));
-		return;
+		return CP_PORT_DNS;
 	case 6:
 		frame.udp(source_port, destination_port);
 		break;
@@ -126,22 +127,49 @@ void add_transport(Input &input, FrameAction &action, FrameBuilder &frame)
 		break;
 	}
 	frame.payload(input.bytes(input.number<uint16_t>() % longest_payload));
+	return source_port;
 }
 
-void make_frame(Input &input, FrameAction &action)
+// The client and the port that the last TCP segment came from: whom a reply goes to.
+struct LastClient {
+	Host host = client_of_wlan_1_1;
+	uint16_t port = 51000;
+};
+
+// The access point's own answer to the last client, from one of the ports that requests are redirected to.
+void make_reply(Input &input, FrameAction &action, const LastClient &client)
+{
+	constexpr uint8_t flags[] = {tcp_syn | tcp_ack, tcp_ack, tcp_fin | tcp_ack};
+	FrameBuilder built;
+	built.from(access_point).to(client.host).tcp(pick_port(input), client.port).flags(input.pick(flags));
+	built.payload(input.bytes(input.byte() & 0x3f));
+	action.honest = true;
+	action.may_be_partial = true;
+	action.frame = built;
+}
+
+void make_frame(Input &input, FrameAction &action, LastClient &client)
 {
 	const uint8_t shape = input.byte();
+	if (action.hook == FrameHook::post_routing && shape >= 0xc0) {
+		make_reply(input, action, client);
+		return;
+	}
 	if (shape < 24) {
 		action.frame = input.bytes(input.byte() % longest_raw_frame);
 		return;
 	}
 	FrameBuilder built;
-	built.from({pick_mac(input), pick_address(input)}).to({pick_mac(input), pick_address(input)});
+	const Host source{pick_mac(input), pick_address(input)};
+	built.from(source).to({pick_mac(input), pick_address(input)});
 	if (shape < 48) {
 		built.ip_options(std::vector<uint8_t>(4 * input.below(11), 1));
 	}
-	add_transport(input, action, built);
-	const uint8_t bends = shape < 128 ? input.byte() : 0;
+	const uint16_t source_port = add_transport(input, action, built);
+	if (action.may_be_partial && action.hook == FrameHook::pre_routing) {
+		client = {source, source_port};
+	}
+	const uint8_t bends = shape < 96 ? input.byte() : 0;
 	bend(input, bends, built);
 	action.honest = bends == 0;
 	action.may_be_partial = action.may_be_partial && action.honest;
@@ -151,7 +179,7 @@ void make_frame(Input &input, FrameAction &action)
 	}
 }
 
-FrameAction make_frame_action(Input &input, FrameHook hook)
+FrameAction make_frame_action(Input &input, FrameHook hook, LastClient &client)
 {
 	FrameAction action{.hook = hook,
 			   .frame = {},
@@ -180,7 +208,7 @@ FrameAction make_frame_action(Input &input, FrameHook hook)
 	if ((extras & 8) != 0) {
 		action.linear += input.byte();
 	}
-	if ((extras & 16) != 0) {
+	if ((extras & 0xf0) == 0x10) {
 		const uint8_t faults = input.byte();
 		action.fail_make_writable = (faults & 1) != 0;
 		action.fail_copy = (faults & 2) != 0;
@@ -189,7 +217,7 @@ FrameAction make_frame_action(Input &input, FrameHook hook)
 			action.device.reset();
 		}
 	}
-	make_frame(input, action);
+	make_frame(input, action, client);
 	if (action.checksum == host::ChecksumState::partial && !action.may_be_partial) {
 		action.checksum = host::ChecksumState::finished;
 	}
@@ -286,13 +314,14 @@ std::vector<Action> set_up(Input &input)
 std::vector<Action> decode_program(Input &input)
 {
 	std::vector<Action> program = set_up(input);
+	LastClient client;
 	const size_t most = program.size() + most_actions;
 	while (program.size() < most && !input.empty()) {
 		const uint32_t kind = input.below(16);
 		if (kind < 5) {
-			program.emplace_back(make_frame_action(input, FrameHook::pre_routing));
+			program.emplace_back(make_frame_action(input, FrameHook::pre_routing, client));
 		} else if (kind < 9) {
-			program.emplace_back(make_frame_action(input, FrameHook::post_routing));
+			program.emplace_back(make_frame_action(input, FrameHook::post_routing, client));
 		} else if (kind < 13) {
 			constexpr int32_t commands[] = {CAPTIVE_PORTAL_IOCTL_SET, GATEKEEPER_IOCTL_SET,
 							WALLED_GARDEN_IOCTL_SET, GATEWAY_IOCTL_SET};

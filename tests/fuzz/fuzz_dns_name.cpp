@@ -6,6 +6,7 @@
 
 #include "base/debug_level.h"
 #include "garden/dns_name.h"
+#include "garden/dns_name_ends.h"
 #include "platform/host/machine.h"
 #include "tests/fuzz/property.h"
 #include "tests/fuzz/steps.h"
@@ -58,6 +59,30 @@ host::Machine &make_machine()
 	return machine;
 }
 
+// The reader that keeps no texts finds the same ends, of any names in any order, with its notes and without memory for
+// them.
+void check_ends(host::Machine &machine, const std::vector<uint8_t> &message, size_t name)
+{
+	constexpr size_t most_names = 64;
+	constexpr int rounds = 8;
+	for (const bool has_memory : {true, false}) {
+		machine.memory.fail_all_allocations(!has_memory);
+		DnsNameEnds ends(message.data(), message.data() + message.size() - 1);
+		for (int round = 0; round < rounds; ++round) {
+			for (size_t i = name; i <= std::min(name + most_names, message.size()); ++i) {
+				const DecodedName decoded = decode(machine, message, i, DNS_NAME_SIZE, 0);
+				const uint8_t *const behind = ends.behind(message.data() + i);
+				REQUIRE_PROPERTY(behind == (decoded.behind.has_value() ?
+								    message.data() + *decoded.behind :
+								    nullptr),
+						 "a name ends at the same byte when its text is not kept");
+			}
+		}
+		machine.memory.fail_all_allocations(false);
+	}
+	REQUIRE_PROPERTY(machine.live_allocations().empty(), "the notes are given back");
+}
+
 void check(const uint8_t *data, size_t size)
 {
 	static host::Machine &machine = make_machine();
@@ -89,6 +114,8 @@ void check(const uint8_t *data, size_t size)
 	REQUIRE_PROPERTY(silent.lines.empty(), "nothing is said below debug level 2");
 	silent.lines = decoded.lines;
 	REQUIRE_PROPERTY(silent == decoded, "the debug level changes nothing else");
+
+	check_ends(machine, message, name);
 }
 
 } // namespace

@@ -93,8 +93,11 @@ void ProcRun::answer()
 	const std::string name = text_in_field(pick_domain(input_).c_str(), 127);
 	const uint32_t mask = (input_.byte() & 1) != 0 ? input_.number<uint32_t>() : 1u << input_.below(32);
 	const auto ttl = (input_.byte() & 7) != 0 ? uint32_t{input_.byte()} : input_.number<uint32_t>();
+	const uint32_t failing_allocation = input_.below(8);
+	machine_.memory.fail_allocation(failing_allocation);
 	add_dns_arecord(arecord_bucket(address), mask, {name.data(), name.size()}, address, ttl);
-	apply_answer(state_, mask, name, address.raw, machine_.clock.seconds() + ttl);
+	machine_.memory.fail_allocation(0);
+	apply_answer(state_, mask, name, address.raw, machine_.clock.seconds() + ttl, failing_allocation);
 }
 
 void ProcRun::write()

@@ -123,10 +123,10 @@ constexpr const char *patterns[] = {
 	"*a*a*a*a*a*a*b", "**?**x", "login.*test", "*social-login*",
 };
 
-// A byte chooses from the pool; the values behind it ask for something else.
+// Three of four bytes choose from the pool; the others ask for something else.
 template <typename T, size_t size> const T *from_pool(const T (&pool)[size], uint8_t choice)
 {
-	return choice < size ? &pool[choice] : nullptr;
+	return choice < 0xc0 ? &pool[choice % size] : nullptr;
 }
 
 } // namespace

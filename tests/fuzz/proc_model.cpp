@@ -133,12 +133,19 @@ std::string apply_read(ModuleState &state, size_t length)
 	return listing;
 }
 
-void apply_answer(ModuleState &state, uint32_t mask, const std::string &name, uint32_t address, int64_t deadline)
+void apply_answer(ModuleState &state, uint32_t mask, const std::string &name, uint32_t address, int64_t deadline,
+		  uint32_t failing_allocation)
 {
+	// An address, a name and its text.
+	const bool address_fails = failing_allocation >= 1 && failing_allocation <= 3;
+	const bool name_fails = failing_allocation >= 1 && failing_allocation <= 2;
 	const auto same =
 		std::find_if(state.cache.begin(), state.cache.end(),
 			     [&](const ModuleState::CachedAddress &entry) { return entry.address == address; });
 	if (same == state.cache.end()) {
+		if (address_fails) {
+			return;
+		}
 		const uint32_t bucket = address % 1024;
 		const auto behind =
 			std::find_if(state.cache.begin(), state.cache.end(),
@@ -147,8 +154,8 @@ void apply_answer(ModuleState &state, uint32_t mask, const std::string &name, ui
 		++state.cached_addresses;
 		return;
 	}
-	if (std::none_of(same->names.begin(), same->names.end(),
-			 [&](const ModuleState::CachedName &known) { return known.name == name; })) {
+	if (!name_fails && std::none_of(same->names.begin(), same->names.end(),
+					[&](const ModuleState::CachedName &known) { return known.name == name; })) {
 		same->names.push_back({name, false});
 		same->mask = mask != 0 ? mask : same->mask;
 	}

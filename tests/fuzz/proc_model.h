@@ -15,8 +15,9 @@ namespace captive_portal::test
 // What one read with room for `length` bytes lists; marks what it listed.
 [[nodiscard]] std::string apply_read(ModuleState &state, size_t length);
 
-// A name that resolved to an address.
-void apply_answer(ModuleState &state, uint32_t mask, const std::string &name, uint32_t address, int64_t deadline);
+// A name that resolved to an address. One allocation may fail, 1 the first; 0: none.
+void apply_answer(ModuleState &state, uint32_t mask, const std::string &name, uint32_t address, int64_t deadline,
+		  uint32_t failing_allocation = 0);
 // A pass of the expiry thread.
 void apply_expiry(ModuleState &state, int64_t now);
 
