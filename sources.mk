@@ -9,6 +9,7 @@ captive_portal-core := \
 	core/module.o \
 	garden/arecord_cache.o \
 	garden/dns_name.o \
+	garden/dns_name_ends.o \
 	garden/dns_parser.o \
 	garden/dns_side.o \
 	garden/expiry_thread.o \

@@ -5,6 +5,7 @@
 #include "base/debug_level.h"
 #include "captive_portal/interface_index.h"
 #include "garden/arecord_cache.h"
+#include "garden/dns_name_ends.h"
 #include "garden/dns_sections.h"
 #include "garden/walled_garden.h"
 
@@ -151,13 +152,17 @@ bool store_answers(const uint8_t *dns, const char *buff, const uint8_t *answer, 
 	}
 	const Text question_name = text_of_field(buff, DNS_NAME_SIZE);
 	const auto length = static_cast<uint32_t>(end - dns) + 1;
+	DnsNameEnds ends(dns, end);
 	auto start = static_cast<uint32_t>(answer - dns);
 	for (uint32_t number = 0; number < count; ++number) {
-		char owner[DNS_NAME_SIZE];
+		char owner[DNS_NAME_SIZE] = {};
 		uint16_t owner_length = 0;
 		// What starts behind the message fails alike, however far behind.
 		const uint8_t *const name = dns + (start < length ? start : length);
-		const uint8_t *const fields = parse_dns_domain(dns, name, end, owner, &owner_length, DNS_NAME_SIZE);
+		// Nothing but log lines needs the text, and a hostile message makes all its texts expensive.
+		const uint8_t *const fields =
+			debug_level_reaches(2) ? parse_dns_domain(dns, name, end, owner, &owner_length, DNS_NAME_SIZE) :
+						 ends.behind(name);
 		if (fields == nullptr) {
 			if (debug_level_reaches(2)) {
 				cp_log(CP_LOG_DEBUG, "_parse_dns_domain() error\n");
