@@ -18,7 +18,7 @@ A frame is written in words, first what it is, then how it was changed:
     offset=WORDS / more / fragment-of=BYTES   fragment fields; only so many bytes behind the header
     flags=HEX  data=BYTES  to=MAC  version=NUMBER  doff=WORDS
     vlan=ID[/ID...]  ethertype=ETHERTYPE, that of the outer tag if there is one
-    client-port=PORT
+    client-port=PORT  source=ADDRESS  destination=ADDRESS
 """
 
 import socket
@@ -202,6 +202,13 @@ def change_frame(frame, word):
         return with_new_payload_sum(head + fresh_header_checksum(longer) + bytes(i % 251 for i in range(int(value))))
     if name == "client-port":
         return with_new_payload_sum(frame[:34] + struct.pack("!H", int(value)) + frame[36:])
+    if name in ("source", "destination"):
+        at = 12 if name == "source" else 16
+        moved = head + fresh_header_checksum(packet[:at] + address(value) + packet[at + 4:])
+        if packet[9] == UDP:
+            # No checksum.
+            return moved[:40] + b"\0\0" + moved[42:]
+        return with_new_payload_sum(moved) if packet[9] == TCP else moved
     if name == "to":
         return bytes.fromhex(value.replace(":", "")) + frame[6:]
     if name == "vlan":
