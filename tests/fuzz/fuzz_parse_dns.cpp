@@ -146,6 +146,12 @@ void check(const uint8_t *data, size_t size)
 
 	parse(told);
 	REQUIRE_PROPERTY(stored_addresses() == stored, "a second look stores nothing new");
+	if (told == 3) {
+		forget(machine);
+		parse(2);
+		REQUIRE_PROPERTY(stored_addresses() == stored, "the debug level changes nothing");
+		machine.log.clear();
+	}
 	forget(machine);
 	const uint64_t silent_steps = steps_of([&] { parse(0); });
 	REQUIRE_PROPERTY(stored_addresses() == stored, "the debug level changes nothing");
