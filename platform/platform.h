@@ -66,6 +66,9 @@ size_t cp_copy_to_user(cp_user_address to, const void *from, size_t size);
 /* Wall-clock time, seconds since 1970. Any context. */
 int64_t cp_wall_clock_seconds(void);
 
+/* Random bits that no neighbour on the network can guess; a test platform gives the same ones always. Any context. */
+uint64_t cp_random_seed(void);
+
 enum cp_ipv4_result {
 	CP_IPV4_FOUND,
 	CP_IPV4_NO_DEVICE,

@@ -69,6 +69,11 @@ int64_t cp_wall_clock_seconds(void)
 	return Machine::current().clock.seconds();
 }
 
+uint64_t cp_random_seed(void)
+{
+	return 0x9e3779b97f4a7c15;
+}
+
 enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
 {
 	const std::optional<Device> device = Machine::current().devices.find(name);
