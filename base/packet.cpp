@@ -7,15 +7,6 @@ namespace captive_portal
 namespace
 {
 
-constexpr uint32_t minimal_header_words = 5;
-constexpr uint32_t bytes_per_header_word = 4;
-constexpr uint16_t fragment_offset_mask = 0x1fff;
-
-constexpr uint32_t header_words(uint8_t version_and_header_length)
-{
-	return version_and_header_length & 0x0f;
-}
-
 // The ones' complement sum of the header with its checksum field taken as zero, folded and complemented. The sum does
 // not depend on byte order, so native words are added.
 uint16_t ipv4_header_checksum(const uint8_t *header, uint32_t bytes)
@@ -40,22 +31,15 @@ Field<uint8_t> Packet::ip_version() const
 	return first.has_value() ? Field<uint8_t>(static_cast<uint8_t>(first.value() >> 4)) : Field<uint8_t>();
 }
 
-bool Packet::is_later_fragment() const
+uint32_t Packet::transport_offset_of_cut_header(const cp_packet &packet)
 {
-	const Field<be16> fragment = network_field<be16>(Offset::fragment);
-	return fragment.has_value() && (fragment.value().host() & fragment_offset_mask) != 0;
-}
-
-Field<uint32_t> Packet::transport_offset() const
-{
-	const Field<uint8_t> first = network_field<uint8_t>(Offset::version_and_header_length);
-	if (!first.has_value()) {
-		return {};
+	const Field<uint8_t> first =
+		field_at<uint8_t>(packet.network, packet.network_bytes, Offset::version_and_header_length);
+	const Field<be16> fragment = field_at<be16>(packet.network, packet.network_bytes, Offset::fragment);
+	if (!first.has_value() || (fragment.has_value() && Ipv4Header::is_later_fragment(fragment.value()))) {
+		return beyond_any_packet;
 	}
-	if (is_later_fragment()) {
-		return {};
-	}
-	return header_words(first.value()) * bytes_per_header_word;
+	return Ipv4Header::bytes(first.value());
 }
 
 Field<int32_t> Packet::claimed_udp_payload_bytes() const
@@ -66,7 +50,7 @@ Field<int32_t> Packet::claimed_udp_payload_bytes() const
 		return {};
 	}
 	return static_cast<int32_t>(total_length.value().host()) -
-	       static_cast<int32_t>(header_words(first.value()) * bytes_per_header_word + Offset::udp_payload);
+	       static_cast<int32_t>(Ipv4Header::bytes(first.value()) + Offset::udp_payload);
 }
 
 Field<int32_t> Packet::udp_payload_bytes() const
@@ -76,7 +60,7 @@ Field<int32_t> Packet::udp_payload_bytes() const
 		return {};
 	}
 	// A packet that ends inside the UDP header has less than nothing behind it.
-	const int64_t present = int64_t{packet_.network_length} - transport_offset().value() - Offset::udp_payload;
+	const int64_t present = int64_t{packet_.network_length} - transport_offset() - Offset::udp_payload;
 	const int32_t said = udp_length.value().host() - static_cast<int32_t>(Offset::udp_payload);
 	return present < said ? static_cast<int32_t>(present) : said;
 }
@@ -84,7 +68,7 @@ Field<int32_t> Packet::udp_payload_bytes() const
 bool Packet::is_rewritable() const
 {
 	return ether_type() == EtherType::ipv4 && transport_field<be16>(Offset::tcp_checksum).has_value() &&
-	       transport_offset().value() >= minimal_header_words * bytes_per_header_word;
+	       transport_offset() >= Ipv4Header::minimal_bytes;
 }
 
 void WritablePacket::write_ethernet(uint32_t offset, const MacAddress &mac)
@@ -95,7 +79,7 @@ void WritablePacket::write_ethernet(uint32_t offset, const MacAddress &mac)
 void WritablePacket::write_end(uint32_t address_offset, uint32_t port_offset, Ipv4Address address, be16 port)
 {
 	uint8_t *const network = const_cast<uint8_t *>(packet_.network);
-	const uint32_t transport = header_words(network[Offset::version_and_header_length]) * bytes_per_header_word;
+	const uint32_t transport = Ipv4Header::bytes(network[Offset::version_and_header_length]);
 	const auto old_address = read_unaligned<Ipv4Address>(network + address_offset);
 	const auto old_port = read_unaligned<be16>(network + transport + port_offset);
 
@@ -121,7 +105,7 @@ void WritablePacket::write_source(Ipv4Address address, be16 port)
 void WritablePacket::finish_ipv4_header()
 {
 	uint8_t *const network = const_cast<uint8_t *>(packet_.network);
-	const uint32_t bytes = header_words(network[Offset::version_and_header_length]) * bytes_per_header_word;
+	const uint32_t bytes = Ipv4Header::bytes(network[Offset::version_and_header_length]);
 	write_unaligned(network + Offset::header_checksum, ipv4_header_checksum(network, bytes));
 }
 

@@ -55,6 +55,23 @@ struct Offset {
 	};
 };
 
+// Reading the first fields of an IPv4 header.
+struct Ipv4Header {
+	static constexpr uint32_t minimal_bytes = 20;
+
+	[[nodiscard]] static constexpr uint32_t bytes(uint8_t version_and_header_length)
+	{
+		constexpr uint32_t bytes_per_word = 4;
+		return (version_and_header_length & 0x0f) * bytes_per_word;
+	}
+	// Whether the fragment field says that other fragments come before this one.
+	[[nodiscard]] static constexpr bool is_later_fragment(be16 fragment)
+	{
+		constexpr uint16_t offset_mask = 0x1fff;
+		return (fragment.raw & be16::from_host(offset_mask).raw) != 0;
+	}
+};
+
 class Packet;
 
 // A packet whose Ethernet, IPv4 and TCP header bytes are this packet's own. Only Packet::make_writable() gives one.
@@ -120,8 +137,15 @@ public:
 		return network_field<Ipv4Address>(Offset::destination_address);
 	}
 
+	// True when all fields of an IPv4 header without options are there.
+	[[nodiscard]] bool has_ipv4_header() const { return packet_.network_bytes >= Ipv4Header::minimal_bytes; }
+
 	// True when the packet is a fragment other than the first: it has no transport header, however long it is.
-	[[nodiscard]] bool is_later_fragment() const;
+	[[nodiscard]] bool is_later_fragment() const
+	{
+		const Field<be16> fragment = network_field<be16>(Offset::fragment);
+		return fragment.has_value() && Ipv4Header::is_later_fragment(fragment.value());
+	}
 
 	// Fields of the transport header, which starts 4 x IHL bytes after the Ethernet header. A fragment whose offset is
 	// not 0 has none.
@@ -143,7 +167,7 @@ public:
 	// call, when memory for the copy is short.
 	template <typename Read> [[nodiscard]] bool read_udp_payload(uint32_t bytes, Read read) const
 	{
-		const uint32_t offset = transport_offset().value() + Offset::udp_payload;
+		const uint32_t offset = transport_offset() + Offset::udp_payload;
 		if (offset + bytes <= packet_.network_bytes) {
 			read(packet_.network + offset);
 			return true;
@@ -164,7 +188,7 @@ public:
 	// as it was, when memory is short.
 	template <typename Rewrite> [[nodiscard]] bool make_writable(Rewrite rewrite)
 	{
-		if (cp_packet_make_writable(&packet_, transport_offset().value() + tcp_header_bytes_to_checksum) != 0) {
+		if (cp_packet_make_writable(&packet_, transport_offset() + tcp_header_bytes_to_checksum) != 0) {
 			return false;
 		}
 		WritablePacket writable(packet_);
@@ -185,10 +209,23 @@ private:
 	}
 	template <typename T> [[nodiscard]] Field<T> transport_field(uint32_t offset) const
 	{
-		const Field<uint32_t> start = transport_offset();
-		return start.has_value() ? network_field<T>(start.value() + offset) : Field<T>();
+		return network_field<T>(transport_offset() + offset);
 	}
-	[[nodiscard]] Field<uint32_t> transport_offset() const;
+
+	// Where the transport header of a packet that has none begins: so far away that no field of it lies in any packet.
+	static constexpr uint32_t beyond_any_packet = 1u << 31;
+
+	// One comparison covers every IPv4 field of a packet that has its whole header; others are asked for field by field.
+	[[nodiscard]] uint32_t transport_offset() const
+	{
+		if (!has_ipv4_header()) [[unlikely]] {
+			return transport_offset_of_cut_header(packet_);
+		}
+		return Ipv4Header::is_later_fragment(read_unaligned<be16>(packet_.network + Offset::fragment)) ?
+			       beyond_any_packet :
+			       Ipv4Header::bytes(packet_.network[Offset::version_and_header_length]);
+	}
+	[[nodiscard]] static uint32_t transport_offset_of_cut_header(const cp_packet &packet);
 
 	cp_packet &packet_;
 };
