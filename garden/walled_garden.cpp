@@ -6,6 +6,7 @@
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
 #include "base/interface_name.h"
+#include "base/interface_numbers.h"
 #include "base/lock.h"
 #include "captive_portal/control.h"
 #include "captive_portal/marks.h"
@@ -115,7 +116,7 @@ void init_walled_garden_table()
 	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
 		wg_row &row = walled_garden_table[index];
 		format_interface_name_of_index(row.iface, index);
-		row.mark = cp_interface_mark(index);
+		store_word(row.mark, cp_interface_mark(index));
 		init_row(row);
 	}
 	init_row(walled_garden_table[CP_ROW_MIREL]);
@@ -134,13 +135,18 @@ uint32_t is_walled_garden_enable(uint32_t mark)
 	if (mark == MARK_MIREL_BLACK) {
 		return load_word(walled_garden_table[CP_ROW_MIREL].enable_value);
 	}
-	const LockGuard guard(Lock::walledgarden);
-	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
-		if (walled_garden_table[index].mark == mark) {
-			return walled_garden_table[index].enable_value;
+	uint32_t index = interface_of_mark(mark);
+	if (index == no_interface) {
+		if (mark != 0) {
+			return 0;
+		}
+		// Before start has filled the rows their marks are 0.
+		for (index = 0; index < CP_WIRELESS_INTERFACES - 1 && load_word(walled_garden_table[index].mark) != 0;
+		     ++index) {
 		}
 	}
-	return 0;
+	const wg_row &row = walled_garden_table[index];
+	return load_word(row.mark) == mark ? load_word(row.enable_value) : 0;
 }
 
 bool match_garden_list(GardenQuery type, Ipv4Address address, const Text *domain, uint32_t iface)

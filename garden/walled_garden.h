@@ -20,7 +20,7 @@ struct wg_rule_node {
 	char domain_name[WG_DOMAIN_NAME_SIZE];
 };
 
-// One row of walled_garden_table, guarded by walledgarden_lock; `enable_value` is also read without it, as a word.
+// One row of walled_garden_table, guarded by walledgarden_lock; `mark` and `enable_value` are also read without it, as words.
 struct wg_row {
 	char iface[CP_INTERFACE_NAME_SIZE]; // empty for rows 24..27
 	uint32_t mark;                      // 0 for rows 24..27
@@ -53,7 +53,7 @@ void free_rule_list(wg_row &row);
 int32_t get_walled_garden_list(wg_cmd *record);
 
 // `enable_value` of the wireless interface whose packets carry `mark`, 0 when there is none; row 27's for
-// MARK_MIREL_BLACK, without the lock. Takes walledgarden_lock.
+// MARK_MIREL_BLACK. No lock.
 [[nodiscard]] uint32_t is_walled_garden_enable(uint32_t mark);
 
 enum class GardenQuery : uint32_t {

@@ -3,7 +3,7 @@
 
 #include "base/atomic_word.h"
 #include "base/debug_level.h"
-#include "base/lock.h"
+#include "base/interface_numbers.h"
 #include "base/text.h"
 #include "platform/platform.h"
 #include "portal/interface_table.h"
@@ -27,14 +27,38 @@ constexpr Network private_networks[] = {
 
 } // namespace
 
-Field<uint32_t> find_row_by_mark(uint32_t mark)
+namespace
+{
+
+// Before start has filled the rows their marks and ports are 0, and a search for 0 finds the first that is not filled yet.
+template <typename Number> Field<uint32_t> find_unfilled_row(Number cp_row::*number)
 {
 	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
-		if (load_word(captive_portal_table[index].mark) == mark) {
+		if (load_word(captive_portal_table[index].*number) == 0) {
 			return index;
 		}
 	}
 	return {};
+}
+
+// The last row is filled last.
+bool are_rows_filled()
+{
+	return load_word(captive_portal_table[CP_WIRELESS_INTERFACES - 1].https_port) != 0;
+}
+
+} // namespace
+
+Field<uint32_t> find_row_by_mark(uint32_t mark)
+{
+	if (mark == 0) {
+		return are_rows_filled() ? Field<uint32_t>() : find_unfilled_row(&cp_row::mark);
+	}
+	const uint32_t index = interface_of_mark(mark);
+	if (index == no_interface || load_word(captive_portal_table[index].mark) != mark) {
+		return {};
+	}
+	return index;
 }
 
 uint32_t is_captive_portal_enable(uint32_t mark)
@@ -46,8 +70,7 @@ uint32_t is_captive_portal_enable(uint32_t mark)
 	if (!index.has_value()) {
 		return 0;
 	}
-	const LockGuard guard(Lock::cp);
-	return captive_portal_table[index.value()].cp_mode;
+	return load_word(captive_portal_table[index.value()].cp_mode);
 }
 
 uint32_t is_block_https_enable(uint32_t mark)
@@ -59,8 +82,7 @@ uint32_t is_block_https_enable(uint32_t mark)
 	if (!index.has_value()) {
 		return 0;
 	}
-	const LockGuard guard(Lock::cp);
-	return captive_portal_table[index.value()].block_https;
+	return load_word(captive_portal_table[index.value()].block_https);
 }
 
 uint32_t get_iface_by_mark(uint32_t mark)
@@ -78,13 +100,18 @@ uint32_t get_iface_by_mark(uint32_t mark)
 
 int32_t get_iface_by_port(uint16_t port)
 {
-	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
+	const uint32_t index = interface_of_port(port);
+	if (index != no_interface) {
 		const cp_row &row = captive_portal_table[index];
-		if (load_word(row.http_port) == port || load_word(row.https_port) == port) {
-			return static_cast<int32_t>(index);
-		}
+		return load_word(row.http_port) == port || load_word(row.https_port) == port ?
+			       static_cast<int32_t>(index) :
+			       -1;
 	}
-	return -1;
+	if (port != 0 || are_rows_filled()) {
+		return -1;
+	}
+	const Field<uint32_t> unfilled = find_unfilled_row(&cp_row::https_port);
+	return unfilled.has_value() ? static_cast<int32_t>(unfilled.value()) : -1;
 }
 
 bool is_dst_internet(Ipv4Address address)
@@ -99,8 +126,7 @@ bool is_dst_internet(Ipv4Address address)
 
 bool is_dst_gateway(Ipv4Address address)
 {
-	const LockGuard guard(Lock::gateway);
-	return address == ap_gateway;
+	return address == load_word(ap_gateway);
 }
 
 bool is_dst_ap(Ipv4Address address)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // From a mark or a port to a row, and the questions about an address that the hooks ask. All searches by mark or port
-// cover rows 0..23 in index order.
+// give what a walk of the rows 0..23 in index order would, without walking once the rows are filled.
 #pragma once
 
 #include "base/byte_order.h"
@@ -13,11 +13,10 @@ namespace captive_portal
 // Row 0..23 that carries `mark`. No lock.
 [[nodiscard]] Field<uint32_t> find_row_by_mark(uint32_t mark);
 
-// Portal mode of the row that carries `mark`, 0 for an unknown mark. MARK_MIREL_BLACK gives row 27's without a lock;
-// otherwise takes cp_lock for the read.
+// Portal mode of the row that carries `mark`, 0 for an unknown mark; row 27's for MARK_MIREL_BLACK. No lock.
 [[nodiscard]] uint32_t is_captive_portal_enable(uint32_t mark);
 
-// `block_https` of the row that carries `mark`, 0 for an unknown mark, 1 for MARK_MIREL_BLACK. Takes cp_lock.
+// `block_https` of the row that carries `mark`, 0 for an unknown mark, 1 for MARK_MIREL_BLACK. No lock.
 [[nodiscard]] uint32_t is_block_https_enable(uint32_t mark);
 
 // Row whose connections and walled garden a packet with `mark` belongs to: 27 for MARK_MIREL_BLACK, 25 for a row in
@@ -30,7 +29,7 @@ namespace captive_portal
 // False for 192.168.0.0/16, 172.16.0.0/12 and 10.0.0.0/8; nothing else counts as private.
 [[nodiscard]] bool is_dst_internet(Ipv4Address address);
 
-// Takes gateway_lock.
+// No lock.
 [[nodiscard]] bool is_dst_gateway(Ipv4Address address);
 
 // True when `address` is the first IPv4 address of "br0"; false when there is no such device or address. No lock.

@@ -85,7 +85,7 @@ int32_t get_captive_portal_status(cp_status &record)
 void set_gateway(Ipv4Address address)
 {
 	const LockGuard guard(Lock::gateway);
-	ap_gateway = address;
+	store_word(ap_gateway, address);
 }
 
 int32_t get_gateway(Ipv4Address &out)

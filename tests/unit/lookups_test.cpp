@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "garden/walled_garden.h"
 #include "portal/interface_table.h"
 #include "tests/support/host_test.h"
 #include "tests/unit/portal_case.h"
@@ -64,13 +65,12 @@ TEST_F(Lookups, ModeOfTheMirelMarkIsThatOfRow27WithoutALock)
 	EXPECT_EQ(is_captive_portal_enable(5302), 8u);
 }
 
-TEST_F(Lookups, ModeAndHttpsSwitchOfAnInterfaceAreReadUnderTheLock)
+TEST_F(Lookups, ModeAndHttpsSwitchOfAnInterfaceAreReadWithoutALock)
 {
-	const uint64_t before = machine.locks.acquisitions(CP_LOCK_CP);
+	const uint64_t before = all_acquisitions();
 	EXPECT_EQ(is_captive_portal_enable(5247), 0u);
-	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CP), before + 1);
 	EXPECT_EQ(is_block_https_enable(5247), 1u);
-	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CP), before + 2);
+	EXPECT_EQ(all_acquisitions(), before);
 }
 
 TEST_F(Lookups, HttpsSwitchIsThatOfTheRowWithTheMark)
@@ -164,6 +164,65 @@ TEST_F(Lookups, RowLookupsTakeNoLock)
 	EXPECT_EQ(all_acquisitions(), before);
 }
 
+// The hooks run before start has filled the rows: those have mark 0 and ports 0 then, and are searched in order.
+class LookupsBeforeStart : public HostTest
+{
+};
+
+TEST_F(LookupsBeforeStart, FindTheFirstRowThatIsNotFilledByZero)
+{
+	EXPECT_EQ(find_row_by_mark(0), 0u);
+	EXPECT_EQ(get_iface_by_port(0), 0);
+	captive_portal_table[0].mark = 5200;
+	EXPECT_EQ(find_row_by_mark(0), 1u);
+	EXPECT_EQ(find_row_by_mark(5200), 0u);
+	EXPECT_EQ(get_iface_by_port(0), 0);
+	captive_portal_table[0].http_port = 10081;
+	EXPECT_EQ(get_iface_by_port(0), 0);
+	EXPECT_EQ(get_iface_by_port(10081), 0);
+	captive_portal_table[0].https_port = 10444;
+	EXPECT_EQ(get_iface_by_port(0), 1);
+	for (uint32_t row = 1; row < 23; ++row) {
+		captive_portal_table[row].mark = interface_marks[row];
+		captive_portal_table[row].https_port = 1;
+		captive_portal_table[row].http_port = 1;
+	}
+	EXPECT_EQ(find_row_by_mark(0), 23u);
+	EXPECT_EQ(get_iface_by_port(0), 23);
+}
+
+TEST_F(LookupsBeforeStart, FindNoRowByAMarkOrPortThatItDoesNotHaveYet)
+{
+	EXPECT_FALSE(find_row_by_mark(5200).has_value());
+	EXPECT_FALSE(find_row_by_mark(5247).has_value());
+	EXPECT_FALSE(find_row_by_mark(1).has_value());
+	EXPECT_EQ(get_iface_by_port(10081), -1);
+	EXPECT_EQ(get_iface_by_port(30451), -1);
+	EXPECT_EQ(get_iface_by_port(1), -1);
+}
+
+// A command may be there before start has filled the rows.
+TEST_F(LookupsBeforeStart, MarkZeroHasTheSettingsOfTheFirstRow)
+{
+	captive_portal_table[0].cp_mode = 5;
+	captive_portal_table[0].block_https = 2;
+	walled_garden_table[0].enable_value = 9;
+	EXPECT_EQ(is_captive_portal_enable(0), 5u);
+	EXPECT_EQ(is_block_https_enable(0), 2u);
+	EXPECT_EQ(is_walled_garden_enable(0), 9u);
+	EXPECT_EQ(is_captive_portal_enable(5200), 0u);
+	EXPECT_EQ(is_walled_garden_enable(5200), 0u);
+}
+
+TEST_F(Lookups, MarkZeroHasNoRowOnceTheyAreFilled)
+{
+	EXPECT_FALSE(find_row_by_mark(0).has_value());
+	walled_garden_table[23].enable_value = 9;
+	EXPECT_EQ(is_walled_garden_enable(0), 0u);
+	EXPECT_EQ(is_walled_garden_enable(5247), 9u);
+	EXPECT_EQ(is_walled_garden_enable(5248), 0u);
+}
+
 TEST_F(Lookups, OnlyTheThreePrivateNetworksAreNotTheInternet)
 {
 	const Ipv4Address inside[] = {
@@ -189,9 +248,9 @@ TEST_F(Lookups, GatewayIsTheOneThatTheDaemonSet)
 	EXPECT_TRUE(is_dst_gateway(ipv4(0, 0, 0, 0)));
 	EXPECT_FALSE(is_dst_gateway(ipv4(192, 168, 1, 254)));
 	set_gateway_address(machine, ipv4(192, 168, 1, 254));
-	const uint64_t before = machine.locks.acquisitions(CP_LOCK_GATEWAY);
+	const uint64_t before = all_acquisitions();
 	EXPECT_TRUE(is_dst_gateway(ipv4(192, 168, 1, 254)));
-	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_GATEWAY), before + 1);
+	EXPECT_EQ(all_acquisitions(), before) << "no lock";
 	EXPECT_FALSE(is_dst_gateway(ipv4(0, 0, 0, 0)));
 	EXPECT_FALSE(is_dst_gateway(ipv4(254, 1, 168, 192)));
 }
