@@ -5,11 +5,9 @@
 #include <cstring>
 
 #include "base/lock.h"
-#include "base/memory.h"
 #include "bench/light_platform.h"
 #include "bench/operation.h"
 #include "garden/arecord_cache.h"
-#include "portal/interface_table.h"
 
 namespace captive_portal::bench
 {
@@ -181,25 +179,16 @@ Client connection_client(uint32_t number)
 		be16::from_host(static_cast<uint16_t>(32768 + number % 32768))};
 }
 
-// Hangs the entries into the row's list at once: add_connection() walks the list for each, and a million would take
-// hours.
 void fill_connections(uint32_t count)
 {
-	const LockGuard guard(Lock::change_ip_port);
-	table_list_entry **link = &captive_portal_table[0].table_list;
 	for (uint32_t number = 0; number < count; ++number) {
-		auto *const entry = allocate_zeroed<table_list_entry>();
-		require(entry != nullptr, "no memory for the connections");
-		const Client client = connection_client(number);
-		*entry = {.next = nullptr,
-			  .client_addr = client.address,
-			  .client_port = client.port,
-			  .orig_daddr = be32::from_host(0xcb00710a),
-			  .orig_dport = be16::from_host(CP_PORT_HTTP),
-			  .orig_dmac = {{0x02, 0x22, 0, 0, 0, 0xfe}}};
-		*link = entry;
-		link = &entry->next;
+		add_connection(0, connection_client(number),
+			       {be32::from_host(0xcb00710a), be16::from_host(CP_PORT_HTTP)},
+			       {{0x02, 0x22, 0, 0, 0, 0xfe}});
 	}
+	const LockGuard guard(Lock::change_ip_port);
+	require(count == 0 || find_connection(0, connection_client(count - 1)) != nullptr,
+		"a connection was not recorded");
 }
 
 } // namespace captive_portal::bench

@@ -11,6 +11,7 @@
 #include "garden/walled_garden.h"
 #include "gatekeeper/bridge_gatekeeper.h"
 #include "gatekeeper/client_tables.h"
+#include "portal/connections.h"
 #include "portal/interface_table.h"
 #include "portal/portal_hooks.h"
 
@@ -53,6 +54,7 @@ int captive_portal_init(void)
 	       captive_portal_misc_dev.name);
 	store_word(debug_level, static_cast<int32_t>(CP_DEFAULT_DEBUG_LEVEL));
 
+	seed_connection_index();
 	if (cp_register_hooks(captive_portal_hooks, captive_portal_hook_count) < 0) {
 		cp_log(CP_LOG_DEBUG, "nf_register_hook fail\n");
 	}
@@ -88,5 +90,6 @@ void captive_portal_exit(void)
 	cp_misc_deregister(&captive_portal_misc_dev);
 	dns_parse_exit();
 	// MAC lists and connections deliberately stay as they are.
+	free_connection_index();
 	free_walled_garden_rules();
 }

@@ -46,13 +46,8 @@ void init_captive_portal_table()
 		store_word(captive_portal_table[CP_ROW_MIREL].cp_mode, static_cast<uint32_t>(CP_MODE_OFF));
 		store_word(captive_portal_table[CP_ROW_MIREL].cp_walled_garden, 0U);
 	}
-	const LockGuard guard(Lock::change_ip_port);
-	for (cp_row &row : captive_portal_table) {
-		// A hook may have recorded a connection since it was registered.
-		while (row.table_list != nullptr) {
-			remove_connection(&row.table_list);
-		}
-	}
+	// A hook may have recorded a connection since it was registered.
+	free_connections();
 }
 
 void clear_access_point_addresses()
@@ -60,7 +55,7 @@ void clear_access_point_addresses()
 	store_ap_mac({});
 	{
 		const LockGuard guard(Lock::gateway);
-		ap_gateway = {};
+		store_word(ap_gateway, {});
 	}
 	store_word(ap_addr, {});
 }

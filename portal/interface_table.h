@@ -15,7 +15,7 @@ namespace captive_portal
 struct table_list_entry;
 
 // One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https` and `logout_ip` hold cp_lock;
-// the first three are also read without it, as words. `table_list` belongs to change_ip_port_lock. Mark and ports are
+// the first three are also read without it, as words. `table_list` and its tail belong to change_ip_port_lock. Mark and ports are
 // written once, at start, when the hooks run already, and read as words without a lock.
 struct cp_row {
 	uint32_t mark;
@@ -26,12 +26,13 @@ struct cp_row {
 	uint32_t block_https;
 	char logout_ip[CP_DOTTED_QUAD_SIZE];
 	table_list_entry *table_list;
+	table_list_entry *table_list_tail; // null when the list is empty
 };
 
 // Rows 0..23 are the wireless interfaces, 24..27 the special rows of interface_index.h.
 extern cp_row captive_portal_table[CP_ROWS];
 
-// Guarded by gateway_lock.
+// Writers hold gateway_lock; the packet path reads it without, as a word.
 extern Ipv4Address ap_gateway;
 // Learned on the packet path; written and read as one word, without a lock.
 extern Ipv4Address ap_addr;

@@ -3,6 +3,7 @@
 // that lies outside the packet equals nothing.
 #include "base/atomic_word.h"
 #include "base/debug_level.h"
+#include "base/interface_numbers.h"
 #include "base/lock.h"
 #include "base/packet.h"
 #include "base/text.h"
@@ -26,22 +27,21 @@ constexpr uint16_t dns_port = 53;
 	return packet.out_name() != nullptr ? text_of_field(packet.out_name(), CP_INTERFACE_NAME_SIZE) : Text{};
 }
 
-// True for UDP from port 53 on its way out to a wireless client, whoever sent it. The IPv4 total length only gates.
+// True for a UDP packet from port 53 on its way out to a wireless client, whoever sent it. The IPv4 total length only gates.
 [[nodiscard]] bool is_dns_answer(const Packet &packet)
 {
+	if (!(packet.source_port() == be16::from_host(dns_port))) {
+		return false;
+	}
 	const Field<int32_t> claimed = packet.claimed_udp_payload_bytes();
-	return packet.protocol() == IpProtocol::udp && packet.ip_version() == ipv4_version &&
-	       packet.source_port() == be16::from_host(dns_port) && claimed.has_value() && claimed.value() > 0 &&
+	return packet.ip_version() == ipv4_version && claimed.has_value() && claimed.value() > 0 &&
 	       starts_with(egress_name(packet), {"wlan", 4});
 }
 
 // The packet goes on unchanged whatever comes of it. An answer that cannot be read whole, for want of memory, is not
 // read at all: the client asks again.
-void hand_off_dns_answer(const Packet &packet)
+void hand_off_dns_answer(Packet packet)
 {
-	if (!is_dns_answer(packet)) {
-		return;
-	}
 	const Field<int32_t> length = packet.udp_payload_bytes();
 	if (!length.has_value() || length.value() <= 0) {
 		return;
@@ -51,6 +51,26 @@ void hand_off_dns_answer(const Packet &packet)
 			static_cast<void>(parse_dns(message, length.value()));
 		});
 	static_cast<void>(was_read);
+}
+
+// Devices' names end with their NUL, so there is no need to know the length.
+[[nodiscard]] bool leaves_by_loopback(Packet packet)
+{
+	const char *const name = packet.out_name();
+	return name != nullptr && name[0] == 'l' && name[1] == 'o' && name[2] == '\0';
+}
+
+// False for nearly every port that is no redirect port, at the cost of a comparison or two.
+[[nodiscard, gnu::always_inline]] inline bool may_be_redirect_port(uint16_t port)
+{
+	if (port >= CP_PORT_FIRST_INTERFACE_HTTP) {
+		return interface_of_port(port) != no_interface;
+	}
+	if (port >= CP_PORT_REPUTATION_HTTP_FIRST) {
+		return port <= CP_PORT_REPUTATION_LAST;
+	}
+	// Before start has filled the rows, 0 is a port of theirs.
+	return (port >= CP_PORT_LOGOUT && port <= CP_PORT_MODE_7_HTTPS) || port == 0;
 }
 
 // Row in which the client's SYN was recorded, from the redirect port (host order) that now replies; -1 for any other
@@ -80,11 +100,12 @@ int32_t row_of_reply_port(uint16_t port)
 	return get_iface_by_port(port);
 }
 
-void log_pass(const Packet &packet)
+// Called at debug level 3 only.
+void log_pass(Packet packet)
 {
 	const Field<Ipv4Address> source = packet.source_address();
 	const Field<Ipv4Address> destination = packet.destination_address();
-	if (!debug_level_reaches(3) || !source.has_value() || !destination.has_value()) {
+	if (!source.has_value() || !destination.has_value()) {
 		return;
 	}
 	const Ipv4Address source_address = source.value();
@@ -110,18 +131,8 @@ void restore_source(Packet &packet, const table_list_entry &entry)
 	static_cast<void>(rewritten);
 }
 
-void rewrite_reply(Packet &packet)
+void rewrite_reply(Packet packet, uint32_t row)
 {
-	if (!(packet.protocol() == IpProtocol::tcp)) {
-		return;
-	}
-	const Field<be16> source_port = packet.source_port();
-	const int32_t row = source_port.has_value() ? row_of_reply_port(source_port.value().host()) : -1;
-	if (row < 0) {
-		log_pass(packet);
-		return;
-	}
-
 	const bool from_ap = packet.source_address() == load_word(ap_addr);
 	const Field<TcpFlags> flags = packet.tcp_flags();
 	const bool ends = flags.has_value() && flags.value().fin_and_ack();
@@ -135,29 +146,73 @@ void rewrite_reply(Packet &packet)
 	}
 
 	const LockGuard guard(Lock::change_ip_port);
-	table_list_entry **const link =
-		find_connection(static_cast<uint32_t>(row), {client_address.value(), client_port.value()});
-	if (link == nullptr) {
+	table_list_entry *const entry = find_connection(row, {client_address.value(), client_port.value()});
+	if (entry == nullptr) {
 		return;
 	}
 	if (from_ap) {
-		restore_source(packet, **link);
+		restore_source(packet, *entry);
 	}
 	if (ends) {
-		remove_connection(link);
+		remove_connection(*entry);
 	}
+}
+
+// The three ways of a frame. Functions of their own, which end the hook, so that a frame that takes none of them saves no
+// register and has no stack frame.
+
+[[gnu::noinline]] cp_verdict change_udp(Packet packet)
+{
+	if (is_dns_answer(packet)) {
+		hand_off_dns_answer(packet);
+	}
+	return CP_ACCEPT;
+}
+
+[[gnu::noinline]] cp_verdict change_tcp(Packet packet, uint16_t port)
+{
+	const int32_t row = row_of_reply_port(port);
+	if (row >= 0) {
+		rewrite_reply(packet, static_cast<uint32_t>(row));
+	} else if (debug_level_reaches(3)) {
+		log_pass(packet);
+	}
+	return CP_ACCEPT;
+}
+
+[[gnu::noinline, gnu::cold]] cp_verdict log_and_pass(Packet packet)
+{
+	log_pass(packet);
+	return CP_ACCEPT;
+}
+
+[[gnu::always_inline]] inline cp_verdict change(Packet packet)
+{
+	const Field<IpProtocol> protocol = packet.protocol();
+	if (!(protocol == IpProtocol::tcp)) {
+		return protocol == IpProtocol::udp ? change_udp(packet) : CP_ACCEPT;
+	}
+	const Field<be16> source_port = packet.source_port();
+	if (source_port.has_value() && may_be_redirect_port(source_port.value().host())) {
+		return change_tcp(packet, source_port.value().host());
+	}
+	return debug_level_reaches(3) ? log_and_pass(packet) : CP_ACCEPT;
+}
+
+[[gnu::noinline, gnu::cold]] cp_verdict change_cut_packet(Packet packet)
+{
+	return change(packet);
 }
 
 } // namespace
 
 cp_verdict nf_cp_change(cp_packet *raw)
 {
-	Packet packet(*raw);
-	if (!(egress_name(packet) == Text{"lo", 2})) {
-		hand_off_dns_answer(packet);
-		rewrite_reply(packet);
+	const Packet packet(*raw);
+	if (leaves_by_loopback(packet)) {
+		return CP_ACCEPT;
 	}
-	return CP_ACCEPT;
+	return packet.has_ipv4_header() ? change(packet) : change_cut_packet(packet);
 }
 
 } // namespace captive_portal

@@ -33,11 +33,11 @@ protected:
 	bool remove(uint32_t row, const Client &client)
 	{
 		const LockGuard guard(Lock::change_ip_port);
-		table_list_entry **const link = find_connection(row, client);
-		if (link == nullptr) {
+		table_list_entry *const entry = find_connection(row, client);
+		if (entry == nullptr) {
 			return false;
 		}
-		remove_connection(link);
+		remove_connection(*entry);
 		return true;
 	}
 };
@@ -158,6 +158,116 @@ TEST_F(Connections, HaveNoLimit)
 	}
 	EXPECT_EQ(connections().size(), 2000u);
 	EXPECT_EQ(connections().back().client_port, 1999);
+}
+
+// Enough for the index to have grown, and to have split what it first held together.
+constexpr uint32_t thousands = 3000;
+constexpr uint32_t first_segment = 512;
+
+Connection numbered(uint32_t number)
+{
+	return {number % 2 == 0 ? 5u : 25u,
+		be32::from_host(0x0a000001 + number / 100),
+		static_cast<uint16_t>(number),
+		ipv4(203, 0, 113, 10),
+		80,
+		server_mac};
+}
+
+TEST_F(Connections, AreFoundAmongThousands)
+{
+	for (uint32_t number = 0; number < thousands; ++number) {
+		record(numbered(number));
+	}
+	// A third of them goes, in an order of their own.
+	for (uint32_t step = 0; step < thousands; ++step) {
+		const uint32_t number = step * 1009 % thousands;
+		if (number % 3 == 0) {
+			ASSERT_TRUE(remove(numbered(number).row, client_of(numbered(number)))) << number;
+		}
+	}
+	for (uint32_t number = 0; number < thousands; ++number) {
+		const Connection connection = numbered(number);
+		const Destination elsewhere = {ipv4(9, 9, 9, 9), be16::from_host(static_cast<uint16_t>(number))};
+		ASSERT_EQ(update_connection(connection.row, client_of(connection), elsewhere), number % 3 != 0)
+			<< number;
+		ASSERT_FALSE(update_connection(connection.row + 1, client_of(connection), elsewhere)) << number;
+	}
+	std::vector<Connection> expected;
+	for (const uint32_t odd : {0u, 1u}) {
+		for (uint32_t number = odd; number < thousands; number += 2) {
+			if (number % 3 != 0) {
+				expected.push_back(numbered(number));
+				expected.back().server = ipv4(9, 9, 9, 9);
+				expected.back().server_port = static_cast<uint16_t>(number);
+			}
+		}
+	}
+	EXPECT_EQ(connections(), expected);
+}
+
+TEST_F(Connections, AreNotRecordedWithoutMemoryForTheIndex)
+{
+	for (uint32_t number = 0; number < first_segment; ++number) {
+		record(numbered(number));
+	}
+	const size_t live = machine.live_allocations().size();
+	machine.memory.fail_allocation(2);
+	record(numbered(first_segment));
+	EXPECT_EQ(connections().size(), first_segment);
+	EXPECT_EQ(machine.live_allocations().size(), live);
+	record(numbered(first_segment));
+	EXPECT_EQ(connections().size(), first_segment + 1);
+}
+
+TEST_F(Connections, AskForTheIndexSMemoryWithoutTheLock)
+{
+	for (uint32_t number = 0; number < first_segment; ++number) {
+		record(numbered(number));
+	}
+	std::vector<size_t> sizes;
+	machine.memory.before_atomic_allocation([&](size_t size) {
+		machine.locks.expect_all_free("a connection's allocation");
+		sizes.push_back(size);
+	});
+	record(numbered(first_segment));
+	EXPECT_EQ(sizes, (std::vector<size_t>{64, 4096}));
+}
+
+TEST_F(Connections, StayAtStopWithoutTheirIndex)
+{
+	for (uint32_t number = 0; number < thousands; ++number) {
+		record(numbered(number));
+	}
+	EXPECT_GT(machine.live_allocations().size(), thousands);
+	EXPECT_EQ(machine.unload(), 0);
+	EXPECT_EQ(machine.live_allocations().size(), thousands);
+	EXPECT_EQ(connections().size(), thousands);
+	// A start in the same memory frees them, as any that it meets.
+	EXPECT_EQ(machine.load(), 0);
+	EXPECT_TRUE(connections().empty());
+	EXPECT_TRUE(machine.live_allocations().empty());
+	record(first);
+	EXPECT_EQ(connections(), std::vector{first});
+}
+
+TEST_F(Connections, AreFreedAFewInAHold)
+{
+	constexpr uint32_t count = 1000;
+	for (uint32_t number = 0; number < count; ++number) {
+		record(numbered(number));
+	}
+	const uint64_t holds = machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT);
+	free_connections();
+	EXPECT_GE(machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT), holds + 1 + count / 64);
+	EXPECT_TRUE(connections().empty());
+	for (uint32_t number = 0; number < count; ++number) {
+		ASSERT_FALSE(remove(numbered(number).row, client_of(numbered(number)))) << number;
+	}
+	EXPECT_LE(machine.live_allocations().size(), 1u) << "a segment of the index";
+	record(second);
+	EXPECT_EQ(connections(), std::vector{second});
+	EXPECT_TRUE(remove(3, client_of(second)));
 }
 
 } // namespace
