@@ -52,6 +52,42 @@ constexpr WebPorts mirel_ports{CP_PORT_MIREL_HTTP, CP_PORT_MIREL_HTTPS};
 constexpr WebPorts mode_7_ports{CP_PORT_MODE_7_HTTP, CP_PORT_MODE_7_HTTPS};
 constexpr WebPorts dns_filter_ports{CP_PORT_DNS_FILTER_HTTP, CP_PORT_DNS_FILTER_HTTPS};
 
+// The bridge that the ingress port belongs to. Two device lookups in a kernel: most frames go their way without it.
+class IngressBridge
+{
+public:
+	// At debug level 3 the search has lines of its own, which come before any other of the frame.
+	explicit IngressBridge(const char *port) : port_(port)
+	{
+		if (debug_level_reaches(3)) {
+			find();
+		}
+	}
+
+	// Empty when the port is not there.
+	[[nodiscard]] const char *name()
+	{
+		if (!found_) {
+			find();
+		}
+		return name_;
+	}
+
+private:
+	void find()
+	{
+		found_ = true;
+		store_text(name_, {});
+		if (port_ != nullptr) {
+			get_bridge_name_by_iface(port_, name_);
+		}
+	}
+
+	const char *port_;
+	bool found_ = false;
+	char name_[CP_INTERFACE_NAME_SIZE];
+};
+
 enum class PrintedPorts {
 	// The step says nothing.
 	none,
@@ -171,7 +207,7 @@ Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, Field<be16> por
 
 // The special marks and the social-login address, for packets of any port. One whose portal is on comes here only when it
 // is not TCP, or whole and rewritten, so nothing that it needs is missing; any other is accepted when something is.
-cp_verdict judge_special_marks(Packet &packet, const char *bridge)
+cp_verdict judge_special_marks(Packet &packet, IngressBridge &bridge)
 {
 	const uint32_t mark = packet.mark();
 	const Field<Ipv4Address> destination = packet.destination_address();
@@ -196,7 +232,7 @@ cp_verdict judge_special_marks(Packet &packet, const char *bridge)
 				  PrintedPorts::as_in_packet);
 	}
 
-	const Identity identity = refresh_ap_identity(bridge);
+	const Identity identity = refresh_ap_identity(bridge.name());
 	if (identity == Identity::unknown) {
 		return CP_ACCEPT;
 	}
@@ -246,12 +282,12 @@ cp_verdict judge_special_marks(Packet &packet, const char *bridge)
 }
 
 // TCP of a client that is not admitted.
-cp_verdict intercept_tcp(Packet &packet, uint32_t mode, const char *bridge)
+cp_verdict intercept_tcp(Packet &packet, uint32_t mode, IngressBridge &bridge)
 {
 	if (mode == CP_MODE_DROP_TCP) {
 		return CP_DROP;
 	}
-	if (refresh_ap_identity(bridge) == Identity::unknown) {
+	if (refresh_ap_identity(bridge.name()) == Identity::unknown) {
 		return CP_ACCEPT;
 	}
 	const Field<Ipv4Address> destination = packet.destination_address();
@@ -302,7 +338,7 @@ cp_verdict intercept_tcp(Packet &packet, uint32_t mode, const char *bridge)
 }
 
 // A packet whose mark belongs to a portal that is on.
-cp_verdict intercept(Packet &packet, uint32_t mode, const char *bridge)
+cp_verdict intercept(Packet &packet, uint32_t mode, IngressBridge &bridge)
 {
 	const Field<EtherType> type = packet.ether_type();
 	if (!type.has_value() || type == EtherType::ipv6) {
@@ -344,10 +380,7 @@ cp_verdict intercept(Packet &packet, uint32_t mode, const char *bridge)
 cp_verdict nf_cp_check(cp_packet *raw)
 {
 	Packet packet(*raw);
-	char bridge[CP_INTERFACE_NAME_SIZE] = {};
-	if (packet.in_name() != nullptr) {
-		get_bridge_name_by_iface(packet.in_name(), bridge);
-	}
+	IngressBridge bridge(packet.in_name());
 	const uint32_t mode = is_captive_portal_enable(packet.mark());
 	return mode == CP_MODE_OFF ? judge_special_marks(packet, bridge) : intercept(packet, mode, bridge);
 }
