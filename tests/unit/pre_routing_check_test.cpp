@@ -331,6 +331,26 @@ TEST_F(PreRoutingCheckMachine, TakesNoConnectionLockForWhatItDoesNotRedirect)
 	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_CHANGE_IP_PORT), holds);
 }
 
+TEST_F(PreRoutingCheckMachine, LooksForDevicesOnlyWhenAStepNeedsThem)
+{
+	set_portal(machine, CAPTIVE_PORTAL, 0, 1);
+	const auto lookups_for = [&](const Frame &frame, uint32_t mark_in) {
+		const uint64_t before = machine.devices.lookups();
+		host::PacketBuffer packet(frame);
+		packet.mark = mark_in;
+		packet.in_name = "wlan-1-1";
+		(void)host::run_hook(nf_cp_check, packet);
+		return machine.devices.lookups() - before;
+	};
+	EXPECT_EQ(lookups_for(syn(upstream_server, 80), 0), 0u);
+	EXPECT_EQ(lookups_for(to(upstream_dns).udp(40000, 53), mark), 0u);
+	EXPECT_EQ(lookups_for(to(upstream_server).icmp(8), mark), 0u);
+	EXPECT_EQ(lookups_for(syn(upstream_server, 80), mark), 3u) << "bridge, its MAC address, br0's address";
+	// At debug level 3 the search for the bridge has lines of its own, so it is made for every frame.
+	set_debug_level(machine, 3);
+	EXPECT_EQ(lookups_for(syn(upstream_server, 80), 0), 1u);
+}
+
 } // namespace
 
 } // namespace captive_portal::test
