@@ -52,11 +52,12 @@ Frame http_syn()
 // word.
 Frame numbered_bytes(uint8_t ihl, uint16_t fragment = 0, size_t size = 80)
 {
-	Frame bytes(size);
+	Frame bytes(size < 8 ? 8 : size);
 	std::iota(bytes.begin(), bytes.end(), uint8_t{0});
 	bytes[0] = static_cast<uint8_t>(0x40 | ihl);
 	bytes[6] = static_cast<uint8_t>(fragment >> 8);
 	bytes[7] = static_cast<uint8_t>(fragment);
+	bytes.resize(size);
 	return frame().network_bytes(bytes);
 }
 
@@ -180,6 +181,24 @@ TEST(Packet, HasATransportHeaderInAFirstFragment)
 		EXPECT_EQ(reader.packet.source_port().value().host(), 0x1415) << fragment;
 		EXPECT_TRUE(reader.packet.is_rewritable()) << fragment;
 	}
+}
+
+// A header length below 5 puts the ports inside the IPv4 header, where they are even in a packet that ends there.
+TEST(Packet, FindsPortsInsideACutHeader)
+{
+	for (size_t bytes = 1; bytes < 24; ++bytes) {
+		for (uint8_t ihl = 0; ihl < 5; ++ihl) {
+			const Reader whole(numbered_bytes(ihl, 0, bytes));
+			EXPECT_EQ(whole.packet.source_port().has_value(), bytes >= size_t{ihl} * 4 + 2) << bytes;
+			// The fragment offset counts as soon as it is there whole.
+			const Reader fragment(numbered_bytes(ihl, 0x0001, bytes < 8 ? 8 : bytes));
+			EXPECT_FALSE(fragment.packet.source_port().has_value()) << bytes;
+		}
+	}
+	EXPECT_EQ(Reader(numbered_bytes(2, 0, 10)).packet.source_port().value().host(), 0x0809);
+	Frame cut = numbered_bytes(1, 0x0001, 8);
+	cut.resize(cut.size() - 1);
+	EXPECT_EQ(Reader(cut).packet.source_port().value().host(), 0x0405) << "half a fragment offset is none";
 }
 
 TEST(Packet, ReadsATagInTheBufferAsEtherType)

@@ -354,6 +354,19 @@ TEST_F(ReplyPorts, MendTheIpv4HeaderChecksumButNotTheTcpOne)
 	EXPECT_FALSE(transport_checksum_is_right(damaged));
 }
 
+// The hooks run before start has filled the rows, whose ports are 0 until then.
+TEST(ReplyPortsBeforeStart, ZeroAsksTheFirstRow)
+{
+	host::Machine machine;
+	build_access_point(machine);
+	ap_addr = access_point.address;
+	record(connection(0, upstream_server));
+	host::PacketBuffer packet = packet_of(reply(0));
+	packet.out_name = "wlan-1-1";
+	EXPECT_EQ(host::run_hook(nf_cp_change, packet), CP_ACCEPT);
+	EXPECT_EQ(packet.frame(), Frame(seen(upstream_server, 80)));
+}
+
 } // namespace
 
 } // namespace captive_portal::test
