@@ -36,7 +36,17 @@ template <size_t size> [[nodiscard]] constexpr Text text_of_field(const char (&f
 	if (a.length != b.length) {
 		return false;
 	}
-	for (size_t i = 0; i < a.length; ++i) {
+	size_t i = 0;
+	if (!__builtin_is_constant_evaluated()) {
+		for (uint64_t words[2]; i + sizeof(words[0]) <= a.length; i += sizeof(words[0])) {
+			__builtin_memcpy(&words[0], a.characters + i, sizeof(words[0]));
+			__builtin_memcpy(&words[1], b.characters + i, sizeof(words[1]));
+			if (words[0] != words[1]) {
+				return false;
+			}
+		}
+	}
+	for (; i < a.length; ++i) {
 		if (a.characters[i] != b.characters[i]) {
 			return false;
 		}
