@@ -15,6 +15,7 @@ captive_portal-core := \
 	garden/expiry_thread.o \
 	garden/matched_interfaces.o \
 	garden/pattern.o \
+	garden/rule_index.o \
 	garden/summary.o \
 	garden/walled_garden.o \
 	garden/walled_garden_commands.o \

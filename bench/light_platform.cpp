@@ -189,6 +189,11 @@ void cp_spin_unlock_bh(enum cp_lock_id lock)
 	locks[lock].taken.store(false, std::memory_order_release);
 }
 
+int cp_allocations_are_watched(void)
+{
+	return 0;
+}
+
 void *cp_zalloc_atomic(size_t size)
 {
 	void *const block = size <= largest_atomic_block ? take_block(size) : nullptr;

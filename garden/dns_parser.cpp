@@ -3,7 +3,6 @@
 
 #include "base/bounded_read.h"
 #include "base/debug_level.h"
-#include "captive_portal/interface_index.h"
 #include "garden/arecord_cache.h"
 #include "garden/dns_name_ends.h"
 #include "garden/dns_sections.h"
@@ -53,17 +52,6 @@ struct Record {
 	record.data_length = last_fixed_field.value().host();
 	record.address = address.has_value() ? address.value() : Ipv4Address{};
 	return !record.is_a || address.has_value();
-}
-
-[[nodiscard]] uint32_t rows_that_permit(Text name)
-{
-	uint32_t is_match_wg = 0;
-	for (uint32_t row = 0; row < CP_ROWS; ++row) {
-		if (match_garden_list(GardenQuery::domain, {}, &name, row)) {
-			is_match_wg |= 1U << row;
-		}
-	}
-	return is_match_wg;
 }
 
 // Which record of how many.
@@ -150,12 +138,14 @@ bool store_answers(const uint8_t *dns, const char *buff, const uint8_t *answer, 
 		}
 		return false;
 	}
-	const Text question_name = text_of_field(buff, DNS_NAME_SIZE);
+	const Text question_name = {buff, __builtin_strlen(buff)};
 	const auto length = static_cast<uint32_t>(end - dns) + 1;
 	DnsNameEnds ends(dns, end);
 	auto start = static_cast<uint32_t>(answer - dns);
+	// Cleared by whoever decodes a name, and empty where nobody does.
+	char owner[DNS_NAME_SIZE];
+	owner[0] = '\0';
 	for (uint32_t number = 0; number < count; ++number) {
-		char owner[DNS_NAME_SIZE] = {};
 		uint16_t owner_length = 0;
 		// What starts behind the message fails alike, however far behind.
 		const uint8_t *const name = dns + (start < length ? start : length);
@@ -222,7 +212,7 @@ int32_t parse_dns(const uint8_t *message, int32_t length)
 		}
 		return 0;
 	}
-	const uint32_t is_match_wg = rows_that_permit(text_of_field(name));
+	const uint32_t is_match_wg = match_garden_rows({name, __builtin_strlen(name)});
 	if (debug_level_reaches(3)) {
 		cp_log(CP_LOG_DEBUG, "Get DNS response: %s, is_match_wg=%d\n", name, static_cast<int32_t>(is_match_wg));
 	}

@@ -10,11 +10,6 @@ namespace captive_portal
 namespace
 {
 
-constexpr bool is_wildcard(char character)
-{
-	return character == '*' || character == '?';
-}
-
 constexpr bool has_wildcard(Text pattern)
 {
 	for (size_t i = 0; i < pattern.length; ++i) {
@@ -98,6 +93,14 @@ bool pattern_matches(Text pattern, Text domain)
 	}
 	store_text(copy.get(), pattern.length + 1, pattern);
 	return place_pieces({copy.get(), pattern.length}, domain);
+}
+
+bool pattern_matches_in_place(Text pattern, Text domain)
+{
+	if (!has_wildcard(pattern)) {
+		return pattern == domain;
+	}
+	return place_pieces(pattern, domain);
 }
 
 } // namespace captive_portal

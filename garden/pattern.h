@@ -14,4 +14,12 @@ namespace captive_portal
 // context, any lock held.
 [[nodiscard]] bool pattern_matches(Text pattern, Text domain);
 
+// The same in place: it needs no memory and cannot fail for want of it.
+[[nodiscard]] bool pattern_matches_in_place(Text pattern, Text domain);
+
+[[nodiscard]] constexpr bool is_wildcard(char character)
+{
+	return character == '*' || character == '?';
+}
+
 } // namespace captive_portal

@@ -11,6 +11,7 @@
 #include "captive_portal/control.h"
 #include "captive_portal/marks.h"
 #include "garden/pattern.h"
+#include "garden/rule_index.h"
 
 namespace captive_portal
 {
@@ -67,6 +68,27 @@ template <typename Matches> [[nodiscard]] bool any_rule(const wg_row &row, Match
 	return false;
 }
 
+// Asks rule after rule, with the lines and the memory that each takes.
+[[nodiscard]] bool walk_matches_domain(const wg_row &row, Text domain)
+{
+	if (matches_default_rule(domain)) {
+		if (debug_level_reaches(3)) {
+			cp_log(CP_LOG_DEBUG, "http_match: match default rule\n");
+		}
+		return true;
+	}
+	return any_rule(row, [&](const wg_rule_node &rule) { return rule_matches_domain(rule, domain); });
+}
+
+[[nodiscard]] bool index_matches_domain(const wg_row &row, Text domain)
+{
+	if (is_default_name(domain)) {
+		return true;
+	}
+	MatchedName name(domain);
+	return any_rule(row, [&](const wg_rule_node &rule) { return compiled_rule_matches(rule, name); });
+}
+
 // The exception host is asked first: it wins over every rule.
 [[nodiscard]] bool http_match(GardenQuery type, Ipv4Address address, const Text *domain, uint32_t iface)
 {
@@ -77,13 +99,8 @@ template <typename Matches> [[nodiscard]] bool any_rule(const wg_row &row, Match
 		if (is_exception(*domain)) {
 			return false;
 		}
-		if (matches_default_rule(*domain)) {
-			if (debug_level_reaches(3)) {
-				cp_log(CP_LOG_DEBUG, "http_match: match default rule\n");
-			}
-			return true;
-		}
-		return any_rule(row, [&](const wg_rule_node &rule) { return rule_matches_domain(rule, *domain); });
+		return match_attempts_are_seen() ? walk_matches_domain(row, *domain) :
+						   index_matches_domain(row, *domain);
 	case GardenQuery::address:
 		if (address == load_word(socialogin_addr)) {
 			return false;
@@ -104,6 +121,7 @@ void init_row(wg_row &row)
 
 void free_rule_list(wg_row &row)
 {
+	unindex_rules(row);
 	while (wg_rule_node *const rule = row.rule_list) {
 		row.rule_list = rule->next;
 		cp_free(rule);
@@ -124,8 +142,8 @@ void init_walled_garden_table()
 
 void free_walled_garden_rules()
 {
-	const LockGuard guard(Lock::walledgarden);
 	for (wg_row &row : walled_garden_table) {
+		const LockGuard guard(Lock::walledgarden);
 		free_rule_list(row);
 	}
 }
@@ -159,6 +177,30 @@ bool match_garden_list(GardenQuery type, Ipv4Address address, const Text *domain
 		return false;
 	}
 	return http_match(type, address, domain, iface);
+}
+
+bool match_attempts_are_seen()
+{
+	return debug_level_reaches(3) || cp_allocations_are_watched() != 0;
+}
+
+uint32_t match_garden_rows(Text domain)
+{
+	MatchingRows rows = {.matching = 0, .undecided = (1U << CP_ROWS) - 1};
+	if (!match_attempts_are_seen()) {
+		const LockGuard guard(Lock::walledgarden);
+		if (is_exception(domain)) {
+			return 0;
+		}
+		MatchedName name(domain);
+		rows = rows_that_match(name);
+	}
+	for (uint32_t row = 0; row < CP_ROWS; ++row) {
+		if ((rows.undecided >> row & 1) != 0 && match_garden_list(GardenQuery::domain, {}, &domain, row)) {
+			rows.matching |= 1U << row;
+		}
+	}
+	return rows.matching;
 }
 
 } // namespace captive_portal

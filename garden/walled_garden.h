@@ -18,6 +18,18 @@ struct wg_rule_node {
 	uint32_t ip_addr;   // network order
 	uint32_t netmask;   // network order
 	char domain_name[WG_DOMAIN_NAME_SIZE];
+
+	// What rule_index.cpp has made of it, zero before.
+	uint32_t hash;                  // of its literal, the part that every matching name begins or ends with
+	wg_rule_node *next_of_literal;  // rules whose literals are found in one place
+	wg_rule_node **link_of_literal; // what points to this one there
+	uint64_t characters;            // that a matching name must have: bit c modulo 64
+	uint8_t kind;
+	uint8_t row;
+	uint8_t pattern_length;
+	uint8_t literal_length;
+	uint8_t least_length;  // of a matching name
+	bool same_as_previous; // the rule before it in its place has the same pattern
 };
 
 // One row of walled_garden_table, guarded by walledgarden_lock; `mark` and `enable_value` are also read without it, as words.
@@ -60,6 +72,14 @@ enum class GardenQuery : uint32_t {
 	address = 0,
 	domain = 1,
 };
+
+// The rows whose walled garden the name is in, bit i for row i: what match_garden_list() says for each. Takes
+// walledgarden_lock; dns_list_lock may be held.
+[[nodiscard]] uint32_t match_garden_rows(Text domain);
+
+// Whether what each single match attempt does can be seen, by its log lines or by the memory that it asks for: then
+// every rule is asked in its order, as if nothing were compiled.
+[[nodiscard]] bool match_attempts_are_seen();
 
 // True when the address (address queries) or the name (domain queries) is in the walled garden of row `iface`, 0..27.
 // A query without what its type needs (address 0.0.0.0, `domain` null) is logged at debug level 1 and false. So is,

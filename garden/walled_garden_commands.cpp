@@ -4,6 +4,7 @@
 #include "base/lock.h"
 #include "base/memory.h"
 #include "garden/arecord_cache.h"
+#include "garden/rule_index.h"
 #include "garden/walled_garden.h"
 
 namespace captive_portal
@@ -57,6 +58,7 @@ int32_t replace_default_rules(const wg_cmd &command)
 		__builtin_memcpy(default_rule[i].domain_name, command.rules[i].domain_name, WG_DOMAIN_NAME_SIZE);
 		cp_log(CP_LOG_DEBUG, "default_rule[%d].domain_name=%.128s\n", i, default_rule[i].domain_name);
 	}
+	index_default_rules();
 	return done;
 }
 
@@ -96,6 +98,7 @@ int32_t replace_rules(const wg_cmd &command)
 		}
 		*tail = node;
 		tail = &node->next;
+		index_rule(*node, static_cast<uint32_t>(command.iface));
 	}
 	return done;
 }

@@ -53,6 +53,12 @@ void *cp_zalloc_atomic(size_t size);
 /* Frees what cp_zalloc_atomic() or cp_memdup_user() gave; null is ignored. Never sleeps. */
 void cp_free(void *memory);
 
+/*
+ * Whether somebody watches single allocations: counts them, or makes the n-th fail. Then the module asks for each that
+ * its rules name, also where it could do without. A kernel's allocations are nobody's business: 0. Any context.
+ */
+int cp_allocations_are_watched(void);
+
 /* An address in the calling process, not yet checked. */
 typedef uintptr_t cp_user_address;
 

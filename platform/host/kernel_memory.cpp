@@ -142,6 +142,12 @@ void KernelMemory::before_large_allocation(std::function<void(size_t)> action)
 	before_large_allocation_ = std::move(action);
 }
 
+bool KernelMemory::is_watched() const
+{
+	const BookkeepingGuard guard(mutex_);
+	return fail_all_ || failing_attempt_ > attempts_ || before_atomic_allocation_ || before_large_allocation_;
+}
+
 uint64_t KernelMemory::attempts() const
 {
 	const BookkeepingGuard guard(mutex_);

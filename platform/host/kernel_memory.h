@@ -49,6 +49,9 @@ public:
 	// Called before each large allocation, failed ones included, with its size.
 	void before_large_allocation(std::function<void(size_t)> action);
 
+	// Whether an order to fail stands, or an action is called before allocations.
+	[[nodiscard]] bool is_watched() const;
+
 	// Calls so far, failed ones included.
 	[[nodiscard]] uint64_t attempts() const;
 	// What is allocated and not yet freed, oldest first.

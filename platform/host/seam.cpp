@@ -40,6 +40,11 @@ void cp_free(void *memory)
 	Machine::current().memory.free(memory);
 }
 
+int cp_allocations_are_watched(void)
+{
+	return Machine::current().memory.is_watched() ? 1 : 0;
+}
+
 void *cp_memdup_user(cp_user_address from, size_t size)
 {
 	might_sleep("cp_memdup_user");
