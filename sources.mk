@@ -8,6 +8,9 @@ captive_portal-core := \
 	core/control_device.o \
 	core/module.o \
 	garden/arecord_cache.o \
+	garden/arecord_index.o \
+	garden/arecord_refresh.o \
+	garden/arecord_removal.o \
 	garden/dns_name.o \
 	garden/dns_name_ends.o \
 	garden/dns_parser.o \

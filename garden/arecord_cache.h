@@ -20,6 +20,13 @@ enum : uint32_t {
 	return address.raw & (ARECORD_BUCKETS - 1);
 }
 
+// Bit of a row in an entry's mask.
+[[nodiscard]] constexpr uint32_t arecord_mask(uint32_t iface)
+{
+	constexpr uint32_t bits = 32;
+	return 1U << (iface % bits);
+}
+
 // Addresses in the cache, guarded by dns_list_lock.
 extern int32_t total_ip_count;
 
@@ -33,7 +40,10 @@ void add_dns_arecord(uint32_t slot, uint32_t is_match_wg, Text fqdn, Ipv4Address
 [[nodiscard]] bool match_dns_aRecord_garden_list(Ipv4Address ip, uint32_t iface);
 
 // Sets or clears bit `iface` of every entry by asking the rules about each of its names. Takes dns_list_lock, and
-// walledgarden_lock inside it.
+// walledgarden_lock inside it, anew for every few entries. Process context.
 void update_dns_aRecord_list(uint32_t iface);
+
+// The same for each row, in turn where that can be seen, else for all of them at once.
+void update_dns_aRecord_lists();
 
 } // namespace captive_portal

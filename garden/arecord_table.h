@@ -9,32 +9,112 @@
 namespace captive_portal
 {
 
+// Whether a report has shown an entry or a name since marks were cleared last: 1 or 0. Clearing all of them is one step,
+// however many there are. Zeroed memory is unmarked.
+class DumpMark
+{
+public:
+	DumpMark() = default;
+	// NOLINTNEXTLINE(google-explicit-constructor): it is a flag.
+	operator uint8_t() const { return cleared_ == times_cleared_ ? 1 : 0; }
+	DumpMark &operator=(uint8_t value)
+	{
+		cleared_ = value != 0 ? times_cleared_ : 0;
+		return *this;
+	}
+
+	// After 2^32 - 1 times an entry that has been there all the while may count as shown.
+	static void clear_all()
+	{
+		++times_cleared_;
+		if (times_cleared_ == 0) {
+			times_cleared_ = 1;
+		}
+	}
+
+private:
+	static uint32_t times_cleared_;
+
+	// times_cleared_ when the mark was set; 0: never.
+	uint32_t cleared_;
+};
+
 // One name that resolved to the address of the entry that owns the node.
 struct fqdn_node {
-	char *fqdn;      // an allocation of its own
-	uint8_t is_dump; // 1 once a report has shown the name
+	char *fqdn; // an allocation of its own
 	ListLink<fqdn_node> link;
+	fqdn_node *below[2]; // further names of the entry, by a bit of their hashes; see arecord_index.cpp
+	uint32_t hash;       // unused in an entry's first name
+	DumpMark is_dump;    // 1 once a report has shown the name
+	uint16_t length;     // of the name
 };
 
 using FqdnList = LinkedList<fqdn_node, &fqdn_node::link>;
 
 // One address.
 struct dns_arecord {
-	uint64_t ip;          // network order, zero-extended
+	uint64_t ip : 54;     // network order, zero-extended
+	uint64_t bucket : 10; // that it is in
 	int64_t timeout;      // wall-clock second after which the entry is stale
 	uint32_t is_match_wg; // bit i: a name of this entry is in the walled garden of row i
-	uint8_t is_dump;      // 1 once a report has shown the entry
+	DumpMark is_dump;     // 1 once a report has shown the entry
 	ListLink<dns_arecord> hash_link;
-	FqdnList fqdn_list; // in the order in which the names came
+	dns_arecord *next_of_hash; // the next one that arecord_index.cpp finds in the same place
+	FqdnList fqdn_list;        // in the order in which the names came
 };
+
+static_assert(ARECORD_BUCKETS == 1U << 10);
 
 using ArecordBucket = LinkedList<dns_arecord, &dns_arecord::hash_link>;
 
 extern ArecordBucket dns_aRecord[ARECORD_BUCKETS];
 
-// Unlink and free; called with dns_list_lock held. None of them touches `total_ip_count`.
-void remove_fqdn_node(dns_arecord &entry, fqdn_node &node);
-void remove_entry(ArecordBucket &bucket, dns_arecord &entry);
+// Where a walk over a bucket goes on in its next hold of the lock. Whoever takes entries out moves the walks that stand
+// at one of them.
+struct BucketWalk {
+	dns_arecord *entry; // null: the bucket's end
+	fqdn_node *name;    // of the entry, null: its first
+	uint32_t found;     // about the entry's names so far
+	uint32_t rules;     // version of the rules that were asked so far
+	ListLink<BucketWalk> link;
+
+	// The walk is at the entry, and nothing is known about it.
+	void stand_at(dns_arecord *next)
+	{
+		entry = next;
+		name = nullptr;
+		found = 0;
+	}
+};
+
+// Those under way.
+using BucketWalks = LinkedList<BucketWalk, &BucketWalk::link>;
+extern BucketWalks bucket_walks;
+
+// Entries that are in no bucket any more and belong to whoever took them out. One entry may have any number of names, so
+// they are freed without the lock.
+class TakenEntries
+{
+public:
+	TakenEntries() = default;
+	~TakenEntries();
+	TakenEntries(const TakenEntries &) = delete;
+	TakenEntries &operator=(const TakenEntries &) = delete;
+
+	// Takes the entry out of its bucket. Called with dns_list_lock held; the object itself must live longer than the
+	// hold. Does not touch `total_ip_count`.
+	void take(dns_arecord &entry);
+
+private:
+	dns_arecord *first_ = nullptr;
+};
+
+// Empties the cache, in several holds of dns_list_lock: hooks may run, and the last one finds it empty. Sets
+// `total_ip_count` to 0 in that hold. Process context.
+void empty_cache();
+
+// Empties the cache in one hold of dns_list_lock, so that a report shows all of it or nothing, and frees it after that.
+// Neither hook nor command nor thread runs any more. `total_ip_count` stays. Process context.
 void free_all_entries();
 
 // Room for a dotted quad and its NUL.
@@ -46,7 +126,7 @@ void format_ipv4(char (&out)[IPV4_TEXT_SIZE], uint64_t ip);
 // The node's name as a text.
 [[nodiscard]] inline Text name_of(const fqdn_node &node)
 {
-	return {node.fqdn, __builtin_strlen(node.fqdn)};
+	return {node.fqdn, node.length};
 }
 
 } // namespace captive_portal

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "garden/dns_side.h"
 
-#include "base/lock.h"
 #include "garden/arecord_table.h"
 #include "garden/expiry_thread.h"
 #include "garden/summary.h"
@@ -19,12 +18,8 @@ constinit cp_thread *expiry_thread = nullptr;
 void dns_parse_init()
 {
 	cp_log(CP_LOG_DEBUG, "%s\n", "dns_parse_init");
-	{
-		const LockGuard guard(Lock::dns_list);
-		// The hooks run already and may have stored entries.
-		free_all_entries();
-		total_ip_count = 0;
-	}
+	// The hooks run already and may have stored entries.
+	empty_cache();
 	expiry_thread = cp_thread_create(schedule_check_thread, "schedule_check_thread");
 	if (expiry_thread != nullptr) {
 		cp_log(CP_LOG_DEFAULT, "wake_up_process schedule_check_thread\n");
@@ -42,11 +37,8 @@ void dns_parse_exit()
 		cp_thread_stop(expiry_thread);
 		expiry_thread = nullptr;
 	}
-	{
-		const LockGuard guard(Lock::dns_list);
-		// The count deliberately stays as it is.
-		free_all_entries();
-	}
+	// The count deliberately stays as it is.
+	free_all_entries();
 	cp_proc_remove(&summary_file);
 }
 

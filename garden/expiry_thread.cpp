@@ -17,15 +17,12 @@ void log_entry(uint32_t bucket, const dns_arecord &entry, bool expired)
 	char address[IPV4_TEXT_SIZE];
 	format_ipv4(address, entry.ip);
 	cp_log(CP_LOG_DEBUG, "[%d]IP=%s, timeout=%ld, is_match_wg=%d, is_dump=%d%s\n", static_cast<int32_t>(bucket),
-	       address, static_cast<long>(entry.timeout), static_cast<int32_t>(entry.is_match_wg), entry.is_dump,
-	       expired ? " (delete)" : "");
+	       address, static_cast<long>(entry.timeout), static_cast<int32_t>(entry.is_match_wg),
+	       uint8_t{entry.is_dump}, expired ? " (delete)" : "");
 	if (entry.is_match_wg != 0) {
 		char interfaces[MATCHED_INTERFACES_SIZE];
 		format_matched_interfaces(interfaces, entry.is_match_wg);
 		cp_log(CP_LOG_DEBUG, "  match walled garden:%s\n", interfaces);
-	}
-	for (const fqdn_node &node : entry.fqdn_list) {
-		cp_log(CP_LOG_DEBUG, "  fqdn = %s\n", node.fqdn);
 	}
 }
 
@@ -33,39 +30,73 @@ void log_entry(uint32_t bucket, const dns_arecord &entry, bool expired)
 // the addresses of an answer can file them all in one bucket.
 constexpr uint32_t entries_per_hold = 16;
 
-// Goes on at `entry`, null for the bucket's first, and returns where to go on next, null when that was all. The entry
-// that is returned stays in its place without the lock: while this thread runs nobody else takes an entry away.
-[[nodiscard]] dns_arecord *check_entries(uint32_t index, dns_arecord *entry, int64_t now)
+// Names whose lines are written in one hold: an entry may have any number.
+constexpr uint32_t names_per_hold = 64;
+
+// Where the pass over a bucket goes on in its next hold. It stays in its place without the lock: while this thread runs
+// nobody else takes an entry away.
+struct Place {
+	dns_arecord *entry; // null: the bucket's end
+	fqdn_node *name;    // the next one to log, null: the entry has not been looked at
+	bool expired;       // what the entry's first line says, when it has been
+};
+
+// Writes the lines of names that are left. False when that takes another hold.
+[[nodiscard]] bool log_names(Place &place, uint32_t &left)
 {
-	const LockGuard guard(Lock::dns_list);
-	ArecordBucket &bucket = dns_aRecord[index];
-	if (entry == nullptr) {
-		entry = bucket.first();
-	}
-	for (uint32_t looked_at = 0; entry != nullptr && looked_at < entries_per_hold; ++looked_at) {
-		dns_arecord *const next = entry->hash_link.next;
-		// An entry whose deadline is now survives this pass.
-		const bool expired = now > entry->timeout;
-		if (debug_level_reaches(3)) {
-			log_entry(index, *entry, expired);
+	for (; place.name != nullptr; place.name = place.name->link.next) {
+		if (left == 0) {
+			return false;
 		}
-		if (expired) {
+		--left;
+		cp_log(CP_LOG_DEBUG, "  fqdn = %s\n", place.name->fqdn);
+	}
+	return true;
+}
+
+// Called with dns_list_lock held.
+void check_entries(uint32_t index, Place &place, int64_t now, TakenEntries &stale)
+{
+	uint32_t names_left = names_per_hold;
+	for (uint32_t looked_at = 0; place.entry != nullptr && looked_at < entries_per_hold; ++looked_at) {
+		dns_arecord &entry = *place.entry;
+		if (place.name == nullptr) {
+			// An entry whose deadline is now survives this pass.
+			place.expired = now > entry.timeout;
+			if (debug_level_reaches(3)) {
+				log_entry(index, entry, place.expired);
+				place.name = entry.fqdn_list.first();
+			}
+		}
+		if (!log_names(place, names_left)) {
+			return;
+		}
+		place.entry = entry.hash_link.next;
+		if (place.expired) {
 			--total_ip_count;
-			remove_entry(bucket, *entry);
+			stale.take(entry);
 		}
-		entry = next;
 	}
-	return entry;
 }
 
 void check_bucket(uint32_t index, int64_t now)
 {
-	dns_arecord *next = nullptr;
+	Place place = {};
+	bool goes_on = false;
 	do {
-		next = check_entries(index, next, now);
+		// Lives longer than the hold.
+		TakenEntries stale;
+		{
+			const LockGuard guard(Lock::dns_list);
+			if (!goes_on) {
+				place.entry = dns_aRecord[index].first();
+			}
+			check_entries(index, place, now, stale);
+		}
+		goes_on = place.entry != nullptr;
 		// The network goes on between two holds.
 		cp_yield_processor();
-	} while (next != nullptr);
+	} while (goes_on);
 }
 
 void log_pass(int64_t now)

@@ -297,14 +297,7 @@ void select_target(const WrittenText &written)
 {
 	const LockGuard guard(Lock::dns_list);
 	store_text(summary_target, text_of_field(written.characters));
-	for (ArecordBucket &bucket : dns_aRecord) {
-		for (dns_arecord &entry : bucket) {
-			entry.is_dump = 0;
-			for (fqdn_node &node : entry.fqdn_list) {
-				node.is_dump = 0;
-			}
-		}
-	}
+	DumpMark::clear_all();
 }
 
 } // namespace

@@ -18,6 +18,7 @@ namespace captive_portal
 
 constinit wg_row walled_garden_table[CP_ROWS] = {};
 constinit wg_default_rule default_rule[WG_DEFAULT_RULES] = {};
+constinit uint32_t rules_version = 0;
 
 namespace
 {

@@ -47,6 +47,8 @@ struct wg_default_rule {
 
 extern wg_row walled_garden_table[CP_ROWS];
 extern wg_default_rule default_rule[WG_DEFAULT_RULES];
+// Grows with each change of rules; read without the lock, as a word.
+extern uint32_t rules_version;
 
 // Start: names and marks of the wireless rows; those and row 27 off and empty. Takes walledgarden_lock.
 void init_walled_garden_table();

@@ -106,6 +106,8 @@ int32_t replace_rules(const wg_cmd &command)
 [[nodiscard]] int32_t change_rules(wg_cmd &command)
 {
 	const LockGuard guard(Lock::walledgarden);
+	// Also for one that changes none: judging a name again does no harm.
+	store_word(rules_version, rules_version + 1);
 	switch (command.cmd) {
 	case WALLED_GARDEN:
 		return set_enable_value(command);
@@ -126,9 +128,7 @@ void refresh_cache(const wg_cmd &command)
 {
 	switch (command.cmd) {
 	case UPDATE_DEFAULT_RULE:
-		for (uint32_t iface = 0; iface < CP_ROWS; ++iface) {
-			update_dns_aRecord_list(iface);
-		}
+		update_dns_aRecord_lists();
 		break;
 	case UPDATE_RULE:
 	case UPDATE_MIREL_RULE:

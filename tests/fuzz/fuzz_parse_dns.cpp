@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "base/debug_level.h"
-#include "base/lock.h"
 #include "garden/arecord_table.h"
 #include "garden/dns_name.h"
 #include "garden/dns_parser.h"
@@ -89,11 +88,7 @@ host::Machine &make_machine()
 
 void forget(host::Machine &machine)
 {
-	{
-		const LockGuard guard(Lock::dns_list);
-		free_all_entries();
-		total_ip_count = 0;
-	}
+	empty_cache();
 	machine.log.clear();
 }
 

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "base/debug_level.h"
-#include "base/lock.h"
 #include "garden/arecord_table.h"
 #include "garden/dns_parser.h"
 #include "tests/unit/dns_messages.h"
@@ -51,11 +50,7 @@ protected:
 	// Empties the cache and the log.
 	void forget()
 	{
-		{
-			const LockGuard guard(Lock::dns_list);
-			free_all_entries();
-			total_ip_count = 0;
-		}
+		empty_cache();
 		machine.log.clear();
 	}
 
