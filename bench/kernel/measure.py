@@ -1,0 +1,171 @@
+#!/usr/bin/env python3
+"""Measures, inside the machine, what a frame costs on each way through the bridge, and writes the figures as JSON.
+
+Usage: measure.py CAPTIVE_PORTAL.KO FIGURES.json
+
+Every row is run twice: once with a capture at the place where its frames must come out, which compares them byte for
+byte, and the packet's mark; once for the figure, where the devices' counters must say the same. A row of which a frame
+went another way has no figure.
+"""
+
+import json
+import os
+import statistics
+import sys
+import time
+import traceback
+
+import rows
+from machine import (NO_HOOKS, POST_ROUTING_HOOK, THREE_HOOKS, Capture, ControlDevice, Counters, FrameSource,
+                     load_module, nft, unload_module)
+import pktgen
+
+# Of an instruction-counting clock, which steps by one; an interrupt of its own falls into few of the batches.
+COUNTED_BATCHES = (31, 64)
+# User Mode Linux's clock steps by 256 nanoseconds.
+TIMED_BATCHES = (301, 512)
+
+class Measurement:
+    def __init__(self, batches, in_batch):
+        self.batches, self.in_batch = batches, in_batch
+        self.source = FrameSource()
+        self.counters = Counters(rows.PORTS)
+        self.figures = []
+
+    def check_way(self, way):
+        """Every frame of it comes out where, and as, it must."""
+        capture = Capture(way.comes_out_at, way.mark)
+        try:
+            self.source.run(way.device, way.kind, way.frames, 1, len(way.frames))
+            seen = capture.frames()
+        finally:
+            capture.close()
+        wanted = way.expected
+        if seen != wanted:
+            shown = "".join(f"\n  seen   {frame.hex()}" for frame in seen[:2])
+            raise AssertionError(f"{len(seen)} frames with mark {way.mark} at {way.comes_out_at}, of {len(wanted)}{shown}"
+                                 f"\n  wanted {wanted[0].hex()}")
+
+    def time_way(self, way):
+        # Frames that go their way only once are not sent twice.
+        batches, in_batch = (self.batches, self.in_batch) if way.is_repeatable else (rows.NEW_BATCHES, rows.NEW_IN_BATCH)
+        before = self.counters.read()
+        times = self.source.run(way.device, way.kind, way.frames, batches, in_batch)
+        after = self.counters.read()
+        moved = {device: after[device] - before[device] for device in after if after[device] != before[device]}
+        if way.kind == rows.SENT and way.device == "br0":
+            moved.pop("br0", None)
+        wanted = {way.comes_out_at: batches * in_batch}
+        if moved != wanted:
+            raise AssertionError(f"frames came out at {moved}, not at {wanted}")
+        return [nanoseconds / in_batch for nanoseconds in times]
+
+    def measure(self, group, name, way, **more):
+        """Returns nothing: a row that failed is a row without a figure, and the reader's business."""
+        row = {"group": group, "name": name, "bare": way.bare, "way": way.name, **more}
+        try:
+            if way.is_repeatable:
+                self.check_way(way)
+            costs = self.time_way(way)
+            row.update(cost=statistics.median(costs), lowest=min(costs))
+            print(f"{group:24} {name:60} {row['cost']:10.1f} {row['lowest']:10.1f}", flush=True)
+        except (AssertionError, OSError) as error:
+            row["failure"] = str(error)
+            print(f"{group:24} {name:60} FAILED: {error}", flush=True)
+        self.figures.append(row)
+
+    def timed(self, what, function, *arguments):
+        started = time.monotonic()
+        function(*arguments)
+        print(f"-- {what}: {time.monotonic() - started:.2f} s of the machine's time", flush=True)
+
+
+def measure_without_module(measurement):
+    # Every address is learned before anything is measured: a table of the bridge that grows costs differently.
+    for way in rows.BARE_WAYS:
+        measurement.source.run(way.device, way.kind, way.frames, 1, len(way.frames))
+    time.sleep(1)
+    for way in rows.BARE_WAYS:
+        measurement.measure("bridge alone", way.name, way)
+    measurement.source.set_hooks(THREE_HOOKS)
+    for way in (rows.BARE_TCP, rows.BARE_DNS):
+        measurement.measure("three empty hooks", way.name, way)
+    measurement.source.set_hooks(POST_ROUTING_HOOK)
+    measurement.measure("post-routing hook that accepts", rows.BARE_LOCAL.name, rows.BARE_LOCAL)
+    measurement.source.set_hooks(NO_HOOKS)
+
+
+def measure_rulesets(measurement, directory):
+    for name, keyed in rows.RULESETS.items():
+        with open(os.path.join(directory, f"{name}.nft"), encoding="utf-8") as file:
+            nft(file.read())
+        measurement.timed(f"filling {name}", nft, rows.elements_of(keyed))
+        for way, role in rows.ways_of_ruleset(keyed):
+            measurement.measure(name, role, way)
+        if name in rows.RULESETS_WITH_GARDEN:
+            with open(os.path.join(directory, "garden.nft"), encoding="utf-8") as file:
+                nft(file.read())
+            nft(rows.garden_elements())
+            measurement.measure(name, "garden: address that is listed", rows.GARDEN)
+            nft("delete table bridge garden")
+        nft("delete table bridge admission")
+
+
+def measure_module(measurement, file):
+    load_module(file)
+    control = ControlDevice()
+    measurement.measure("module", "portal off, nothing in any table", rows.BARE_TCP)
+
+    for row in range(rows.ROWS):
+        if row != rows.ROW_WITHOUT_PORTAL:
+            control.set_portal_mode(row, 1)
+    for size in (1, rows.FULL):
+        measurement.timed(f"filling to {size}", fill, control, size)
+        state = "1 client in each table of each interface" if size == 1 else f"24 x {size:,} clients in each table"
+        for table in rows.TABLES:
+            measurement.measure("module", f"admitted by {table}", rows.admitted(table, size), state=state, size=size)
+        for way in rows.UNADMITTED:
+            measurement.measure("module", way.name, way, state=state, size=size)
+    measurement.measure("module", rows.FIRST_SEGMENTS.name, rows.FIRST_SEGMENTS,
+                        state=f"none to {len(rows.NEW_CONNECTIONS):,} connections", size=rows.FULL)
+    control.set_address_rules(rows.ROW, rows.GARDEN_NETWORKS)
+    measurement.measure("module", rows.GARDEN.name, rows.GARDEN, state="24 address rules", size=rows.FULL)
+    pktgen.measure_module(measurement)
+    control.set_portal_mode(rows.ROW, 7)
+    measurement.measure("module", rows.MODE_7.name, rows.MODE_7, size=rows.FULL)
+    control.close()
+    unload_module("captive_portal")
+
+
+filled = {table: 0 for table in rows.TABLES}
+
+
+def fill(control, size):
+    for table, command in rows.TABLES.items():
+        for row in range(rows.ROWS):
+            control.add_clients(command, rows.interface(row),
+                                (rows.client(table, row, number) for number in range(filled[table], size)))
+        filled[table] = size
+
+
+def main():
+    module, output = sys.argv[1:]
+    counted = os.uname().machine == "x86_64" and "user-mode" not in open("/proc/cpuinfo", encoding="ascii").read().lower()
+    measurement = Measurement(*(COUNTED_BATCHES if counted else TIMED_BATCHES))
+    measurement.source.end_at("br0")
+    failure = None
+    try:
+        measure_without_module(measurement)
+        pktgen.measure_without_module(measurement)
+        measure_rulesets(measurement, os.path.join(os.path.dirname(__file__), "../nft"))
+        measure_module(measurement, module)
+    except Exception:  # What was measured until then is written all the same.
+        failure = traceback.format_exc()
+        print(failure, flush=True)
+    with open(output, "w", encoding="utf-8") as file:
+        json.dump({"unit": "instructions" if counted else "nanoseconds", "rows": measurement.figures,
+                   "pktgen": pktgen.figures, "failure": failure}, file, indent=1)
+
+
+if __name__ == "__main__":
+    main()
