@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures, inside the machine, what a frame costs on each way through the bridge, and writes the figures as JSON.
 
-Usage: measure.py CAPTIVE_PORTAL.KO FIGURES.json
+Usage: measure.py UNIT CAPTIVE_PORTAL.KO FIGURES.json      UNIT: what the machine's clock counts
 
 Every row is run twice: once with a capture at the place where its frames must come out, which compares them byte for
 byte, and the packet's mark; once for the figure, where the devices' counters must say the same. A row of which a frame
@@ -20,10 +20,10 @@ from machine import (NO_HOOKS, POST_ROUTING_HOOK, THREE_HOOKS, Capture, ControlD
                      load_module, nft, unload_module)
 import pktgen
 
-# Of an instruction-counting clock, which steps by one; an interrupt of its own falls into few of the batches.
-COUNTED_BATCHES = (31, 64)
-# User Mode Linux's clock steps by 256 nanoseconds.
-TIMED_BATCHES = (301, 512)
+# How many batches, of how many frames. Into few of the short ones falls an interrupt of the clock, so that the median
+# has none; User Mode Linux's clock has steps of 256 nanoseconds.
+BATCHES = {"instructions": (31, 64), "nanoseconds": (301, 512)}
+
 
 class Measurement:
     def __init__(self, batches, in_batch):
@@ -107,7 +107,6 @@ def measure_rulesets(measurement, directory):
                 nft(file.read())
             nft(rows.garden_elements())
             measurement.measure(name, "garden: address that is listed", rows.GARDEN)
-            nft("delete table bridge garden")
         nft("delete table bridge admission")
 
 
@@ -149,9 +148,8 @@ def fill(control, size):
 
 
 def main():
-    module, output = sys.argv[1:]
-    counted = os.uname().machine == "x86_64" and "user-mode" not in open("/proc/cpuinfo", encoding="ascii").read().lower()
-    measurement = Measurement(*(COUNTED_BATCHES if counted else TIMED_BATCHES))
+    unit, module, output = sys.argv[1:]
+    measurement = Measurement(*BATCHES[unit])
     measurement.source.end_at("br0")
     failure = None
     try:
@@ -163,7 +161,7 @@ def main():
         failure = traceback.format_exc()
         print(failure, flush=True)
     with open(output, "w", encoding="utf-8") as file:
-        json.dump({"unit": "instructions" if counted else "nanoseconds", "rows": measurement.figures,
+        json.dump({"unit": unit, "rows": measurement.figures,
                    "pktgen": pktgen.figures, "failure": failure}, file, indent=1)
 
 

@@ -1,9 +1,11 @@
 """What is measured: which frames, by which way, and where and as what they must come out."""
 
+import os
+
 from frames import ACK, SYN, TCP, UDP, frame, mac
 from machine import RECEIVED, SENT
 
-ROWS, FULL = 24, 1034
+ROWS, FULL = 24, int(os.environ["CLIENTS"])
 ROW, ROW_WITHOUT_PORTAL = 10, 23
 MARK, HTTP_PORT = 5222, 20083  # of ROW
 CLIENTS_ASKED = 32  # of a full table, its last ones
@@ -130,7 +132,7 @@ def elements_of(sets):
 
 
 def garden_elements():
-    return f"add element bridge garden addresses {{ {', '.join(f'{address}/24' for address, _ in GARDEN_NETWORKS)} }}\n"
+    return f"add element bridge admission addresses {{ {', '.join(f'{address}/24' for address, _ in GARDEN_NETWORKS)} }}\n"
 
 
 def ways_of_ruleset(sets):
