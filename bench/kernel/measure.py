@@ -96,18 +96,21 @@ def measure_without_module(measurement):
 
 
 def measure_rulesets(measurement, directory):
-    for name, keyed in rows.RULESETS.items():
-        with open(os.path.join(directory, f"{name}.nft"), encoding="utf-8") as file:
-            nft(file.read())
-        measurement.timed(f"filling {name}", nft, rows.elements_of(keyed))
-        for way, role in rows.ways_of_ruleset(keyed):
-            measurement.measure(name, role, way)
-        if name in rows.RULESETS_WITH_GARDEN:
-            with open(os.path.join(directory, "garden.nft"), encoding="utf-8") as file:
-                nft(file.read())
-            nft(rows.garden_elements())
-            measurement.measure(name, "garden: address that is listed", rows.GARDEN)
+    for ruleset in rows.RULESETS:
+        load_ruleset(directory, ruleset)
+        nft(rows.marks_of_ruleset())
+        measurement.timed(f"filling {ruleset}", rows.fill_ruleset, ruleset)
+        for way, role in rows.ways_of_ruleset(ruleset):
+            measurement.measure(ruleset, role, way)
+        load_ruleset(directory, "garden")
+        nft(rows.garden_elements())
+        measurement.measure(ruleset, "garden: address that is listed", rows.GARDEN)
         nft("delete table bridge admission")
+
+
+def load_ruleset(directory, name):
+    with open(os.path.join(directory, f"{name}.nft"), encoding="utf-8") as file:
+        nft(file.read())
 
 
 def measure_module(measurement, file):
@@ -125,11 +128,12 @@ def measure_module(measurement, file):
             measurement.measure("module", f"admitted by {table}", rows.admitted(table, size), state=state, size=size)
         for way in rows.UNADMITTED:
             measurement.measure("module", way.name, way, state=state, size=size)
+    measurement.measure("module", rows.ADMITTED_DNS.name, rows.ADMITTED_DNS, state=state, size=rows.FULL)
+    pktgen.measure_module(measurement)
     measurement.measure("module", rows.FIRST_SEGMENTS.name, rows.FIRST_SEGMENTS,
                         state=f"none to {len(rows.NEW_CONNECTIONS):,} connections", size=rows.FULL)
     control.set_address_rules(rows.ROW, rows.GARDEN_NETWORKS)
     measurement.measure("module", rows.GARDEN.name, rows.GARDEN, state="24 address rules", size=rows.FULL)
-    pktgen.measure_module(measurement)
     control.set_portal_mode(rows.ROW, 7)
     measurement.measure("module", rows.MODE_7.name, rows.MODE_7, size=rows.FULL)
     control.close()

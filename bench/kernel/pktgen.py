@@ -59,5 +59,5 @@ def measure_without_module(measurement):
 
 
 def measure_module(measurement):
-    measure(measurement, "admitted by login", rows.last_clients("login", rows.FULL)[-1], 53)
+    measure(measurement, rows.ADMITTED_DNS.name, rows.LAST_CLIENT, 53)
     measure(measurement, "unadmitted: DNS query", rows.STRANGER, 53)

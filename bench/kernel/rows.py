@@ -1,7 +1,10 @@
 """What is measured: which frames, by which way, and where and as what they must come out."""
 
 import os
+import socket
+import struct
 
+import nft_elements
 from frames import ACK, SYN, TCP, UDP, frame, mac
 from machine import RECEIVED, SENT
 
@@ -72,12 +75,15 @@ BARE_CLIENTS = {table: Way(f"TCP of clients of {table}", [to_server(address) for
                 for table in TABLES}
 BARE_ONE_CLIENT = {table: Way(f"TCP of one client of {table}", [to_server(client(table, ROW, 0))]) for table in TABLES}
 BARE_DNS = Way("DNS query", [to_server(STRANGER, UDP, 53)])
+# As pktgen makes it.
+LAST_CLIENT = client("login", ROW, FULL - 1)
+BARE_DNS_OF_CLIENT = Way("DNS query of a client of login", [to_server(LAST_CLIENT, UDP, 53)])
 BARE_WITHOUT_PORTAL = Way("TCP by another port", [to_server(mac("02:33:00:00:00:02"))], device=interface(ROW_WITHOUT_PORTAL))
 BARE_TO_ACCESS_POINT = Way("TCP to the access point", [redirected(ACK)], comes_out_at="br0")
 BARE_LOCAL = Way("TCP of the access point", [reply(ACCESS_POINT_MAC, ACCESS_POINT, 8080)], device="br0", kind=SENT,
                  comes_out_at=interface(ROW))
-BARE_WAYS = [BARE_TCP, *BARE_CLIENTS.values(), *BARE_ONE_CLIENT.values(), BARE_DNS, BARE_WITHOUT_PORTAL,
-             BARE_TO_ACCESS_POINT, BARE_LOCAL]
+BARE_WAYS = [BARE_TCP, *BARE_CLIENTS.values(), *BARE_ONE_CLIENT.values(), BARE_DNS, BARE_DNS_OF_CLIENT,
+             BARE_WITHOUT_PORTAL, BARE_TO_ACCESS_POINT, BARE_LOCAL]
 
 
 def admitted(table, size):
@@ -100,6 +106,7 @@ UNADMITTED = [
     Way("post-routing: TCP that is none of ours", BARE_LOCAL.frames, device="br0", kind=SENT,
         comes_out_at=interface(ROW), bare=BARE_LOCAL.name),
 ]
+ADMITTED_DNS = Way("admitted by login: DNS query", BARE_DNS_OF_CLIENT.frames, bare=BARE_DNS_OF_CLIENT.name)
 FIRST_SEGMENTS = Way("redirect: first SYN", [to_server(STRANGER, port=80, flags=SYN, source_port=port)
                                              for port in NEW_CONNECTIONS], comes_out_at="br0", mark=MARK,
                      expected=[redirected(SYN, port) for port in NEW_CONNECTIONS],
@@ -115,28 +122,34 @@ RULESETS = {
     "verdict_map_by_index": {table: "clients" for table in TABLES},
     "five_sets": {table: table for table in TABLES},
 }
-RULESETS_WITH_GARDEN = ("verdict_map", "verdict_map_by_index", "five_sets")
 
 
-def elements_of(sets):
-    commands = []
-    for table, name in sets.items():
-        verdict = " : accept" if name == "clients" else ""
-        elements = (f'"{interface(row)}" . {client(table, row, number).hex(":")}{verdict}'
-                    for row in range(ROWS) for number in range(FULL))
-        commands.append(f"add element bridge admission {name} {{ {', '.join(elements)} }}\n")
+def marks_of_ruleset():
     marks = ", ".join(f'"{interface(row)}" : {5200 + 20 * (row // 8) + row % 8}' for row in range(ROWS)
                       if row != ROW_WITHOUT_PORTAL)
-    commands.append(f"add element bridge admission marks {{ {marks} }}\n")
-    return "".join(commands)
+    return f"add element bridge admission marks {{ {marks} }}\n"
+
+
+def key_of_interface(ruleset, row):
+    name = interface(row)
+    return struct.pack("<I", socket.if_nametoindex(name)) if ruleset.endswith("_by_index") else \
+        name.encode().ljust(16, b"\0")
+
+
+def fill_ruleset(ruleset):
+    for table, name in RULESETS[ruleset].items():
+        for row in range(ROWS):
+            nft_elements.add_clients("admission", name, key_of_interface(ruleset, row),
+                                     (client(table, row, number) for number in range(FULL)), name == "clients")
 
 
 def garden_elements():
     return f"add element bridge admission addresses {{ {', '.join(f'{address}/24' for address, _ in GARDEN_NETWORKS)} }}\n"
 
 
-def ways_of_ruleset(sets):
-    asked = TABLES if len(set(sets.values())) > 1 else ("login",)
+def ways_of_ruleset(ruleset):
+    # A map answers for all tables at once.
+    asked = TABLES if len(set(RULESETS[ruleset].values())) > 1 else ("login",)
     for table in asked:
         yield admitted(table, FULL), f"admitted by {table}"
     yield UNADMITTED[0], "unadmitted: DNS query"
