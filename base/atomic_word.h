@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Words that one side writes under a lock, or with none, and another reads without that lock. Each such access goes
 // through these two, so that a reader sees an old or a new value and never a torn one, and so that the places can be
-// found by name. No order between different words is promised.
+// found by name. No order between different words is promised, but by the pair with order below.
 #pragma once
 
 #include "captive_portal/interface_index.h"
@@ -21,6 +21,22 @@ template <typename T> inline void store_word(T &word, T value)
 {
 	static_assert(sizeof(T) <= sizeof(uint64_t));
 	__atomic_store(&word, &value, __ATOMIC_RELAXED);
+}
+
+// The same with order: whoever acquires a word that was released sees all that was written before it, and makes its
+// later reads after it.
+template <typename T> [[nodiscard]] inline T load_word_acquire(const T &word)
+{
+	static_assert(sizeof(T) <= sizeof(uint64_t));
+	T value;
+	__atomic_load(&word, &value, __ATOMIC_ACQUIRE);
+	return value;
+}
+
+template <typename T> inline void store_word_release(T &word, T value)
+{
+	static_assert(sizeof(T) <= sizeof(uint64_t));
+	__atomic_store(&word, &value, __ATOMIC_RELEASE);
 }
 
 // An interface name that is read without a lock: two words, each whole, so a reader that meets a writer may see half of

@@ -66,6 +66,10 @@ char *map_arena()
 
 char *const arena = map_arena();
 std::atomic<size_t> used_chunks = 0;
+constexpr size_t page_bytes = 4096;
+// What a slab size counts too much for blocks of take_pages(): by the 4 KiB unit that they begin in.
+std::array<uint32_t, arena_bytes / page_bytes> page_savings;
+
 // Class of the blocks in each chunk; a block of several chunks is named by its first.
 std::array<uint8_t, arena_bytes / chunk_bytes> chunk_classes;
 
@@ -129,9 +133,26 @@ void give_block(void *memory)
 	}
 	const uint32_t number = chunk_classes[static_cast<size_t>(static_cast<char *>(memory) - arena) / chunk_bytes];
 	auto *const block = static_cast<FreeBlock *>(memory);
+	uint32_t &saving = page_savings[static_cast<size_t>(static_cast<char *>(memory) - arena) / page_bytes];
+	if (saving != 0 && sizes[number] >= page_bytes) {
+		live_bytes += saving;
+		saving = 0;
+	}
 	block->next = classes[number].free;
 	classes[number].free = block;
 	live_bytes -= static_cast<int64_t>(sizes[number]);
+}
+
+void *take_pages(size_t size)
+{
+	const size_t whole = (size + page_bytes - 1) / page_bytes * page_bytes;
+	void *const block = take_block(whole);
+	if (block != nullptr) {
+		const auto saving = static_cast<uint32_t>(slab_size(whole) - whole);
+		page_savings[static_cast<size_t>(static_cast<char *>(block) - arena) / page_bytes] = saving;
+		live_bytes -= saving;
+	}
+	return block;
 }
 
 int64_t live_block_bytes()

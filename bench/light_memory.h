@@ -17,6 +17,9 @@ inline constexpr size_t largest_atomic_block = size_t{4} << 20;
 // Null is ignored.
 void give_block(void *block);
 
+// The same for memory that has pages of 4 KiB of its own, counted by these instead of by a slab size.
+[[nodiscard]] void *take_pages(size_t size);
+
 // Bytes that this thread has taken and not given back, each block counted with its slab size.
 [[nodiscard]] int64_t live_block_bytes();
 // Slab size of a block for `size` bytes.

@@ -194,6 +194,11 @@ int cp_allocations_are_watched(void)
 	return 0;
 }
 
+// Commands come one at a time here.
+void cp_mutex_lock(enum cp_mutex_id) {}
+
+void cp_mutex_unlock(enum cp_mutex_id) {}
+
 void *cp_zalloc_atomic(size_t size)
 {
 	void *const block = size <= largest_atomic_block ? take_block(size) : nullptr;
@@ -227,11 +232,6 @@ size_t cp_copy_to_user(cp_user_address to, const void *from, size_t size)
 int64_t cp_wall_clock_seconds(void)
 {
 	return wall_clock;
-}
-
-uint64_t cp_random_seed(void)
-{
-	return 0x9e3779b97f4a7c15;
 }
 
 enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
@@ -339,6 +339,26 @@ void *cp_alloc_large(size_t size)
 void cp_free_large(void *memory)
 {
 	give_block(memory);
+}
+
+void *cp_zalloc_large(size_t size)
+{
+	void *const pages = take_pages(size);
+	return pages != nullptr ? std::memset(pages, 0, size) : nullptr;
+}
+
+// No hook runs while a command does.
+void cp_free_large_after_readers(struct cp_deferred_free *memory)
+{
+	cp_free_large(memory);
+}
+
+// Different, and the same in each run of the program.
+uint64_t cp_random_seed(void)
+{
+	static uint64_t seed = 0;
+	seed += 0x9e3779b97f4a7c15;
+	return seed;
 }
 
 void cp_yield_processor(void) {}

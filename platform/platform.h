@@ -48,6 +48,18 @@ enum cp_lock_id {
 void cp_spin_lock_bh(enum cp_lock_id lock);
 void cp_spin_unlock_bh(enum cp_lock_id lock);
 
+/*
+ * The module's mutexes: for process context, and taken before any spin lock. Whoever waits for one sleeps.
+ */
+enum cp_mutex_id {
+	CP_MUTEX_CLIENTS,
+	CP_MUTEXES,
+};
+
+/* Called through base/mutex.h's guard only. Not recursive. May sleep. */
+void cp_mutex_lock(enum cp_mutex_id mutex);
+void cp_mutex_unlock(enum cp_mutex_id mutex);
+
 /* `size` zeroed bytes that any context may ask for, or null. Freed with cp_free(). Never sleeps. */
 void *cp_zalloc_atomic(size_t size);
 /* Frees what cp_zalloc_atomic() or cp_memdup_user() gave; null is ignored. Never sleeps. */
@@ -72,7 +84,10 @@ size_t cp_copy_to_user(cp_user_address to, const void *from, size_t size);
 /* Wall-clock time, seconds since 1970. Any context. */
 int64_t cp_wall_clock_seconds(void);
 
-/* Random bits that no neighbour on the network can guess; a test platform gives the same ones always. Any context. */
+/*
+ * Random bits that nobody outside can guess; a test platform gives the same ones in each run. Any context; not for the
+ * packet path.
+ */
 uint64_t cp_random_seed(void);
 
 enum cp_ipv4_result {
@@ -166,6 +181,10 @@ enum cp_verdict {
 	CP_ACCEPT = 1,
 };
 
+/*
+ * A hook runs in softirq context, inside a read section: what it finds behind a pointer stays until it has returned,
+ * though others may have called cp_free_large_after_readers() for it meanwhile.
+ */
 struct cp_hook {
 	enum cp_verdict (*function)(struct cp_packet *packet);
 	uint8_t protocol_family;
@@ -214,6 +233,23 @@ size_t cp_format(char *out, size_t size, const char *format, ...) __attribute__(
 /* `size` bytes, not zeroed, of any size, or null. May sleep. Freed with cp_free_large(), which takes null too. */
 void *cp_alloc_large(size_t size);
 void cp_free_large(void *memory);
+
+/*
+ * `size` zeroed bytes in whole pages of their own, or null: for large memory that stays, which no power of two rounds
+ * up. May sleep. Freed with cp_free_large() or cp_free_large_after_readers().
+ */
+void *cp_zalloc_large(size_t size);
+
+/* The platform's own while the memory that it begins waits to be freed; nobody else writes it. */
+struct cp_deferred_free {
+	void *platform[2];
+};
+
+/*
+ * Frees memory of cp_zalloc_large() that no hook can find any more, as soon as every hook that runs now has returned;
+ * at the latest before the module is gone. The memory begins with `memory`. May sleep.
+ */
+void cp_free_large_after_readers(struct cp_deferred_free *memory);
 
 /* Lets others run where a long loop in process context has held the processor long enough. No lock may be held. */
 void cp_yield_processor(void);

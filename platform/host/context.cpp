@@ -13,6 +13,7 @@ namespace
 
 struct Context {
 	uint32_t held_locks = 0;
+	uint32_t held_mutexes = 0;
 	uint32_t softirq_depth = 0;
 };
 
@@ -46,6 +47,16 @@ void set_held_locks(uint32_t locks)
 	context.held_locks = locks;
 }
 
+uint32_t held_mutexes()
+{
+	return context.held_mutexes;
+}
+
+void set_held_mutexes(uint32_t mutexes)
+{
+	context.held_mutexes = mutexes;
+}
+
 void might_sleep(const char *what)
 {
 	if (context.held_locks != 0) {
@@ -58,6 +69,9 @@ void might_sleep(const char *what)
 
 void expect_no_lock_held(const char *where)
 {
+	if (context.held_mutexes != 0) {
+		die("%s returned with a mutex held (mutexes 0x%x)", where, context.held_mutexes);
+	}
 	if (context.held_locks != 0) {
 		die("%s returned with a spin lock held (locks 0x%x)", where, context.held_locks);
 	}

@@ -12,12 +12,13 @@ namespace captive_portal::host
 
 // True when the calling thread runs a hook.
 [[nodiscard]] bool in_softirq();
-// Spin locks that the calling thread holds, bit `1 << cp_lock_id`.
+// Spin locks and mutexes that the calling thread holds, bit `1 << cp_lock_id` and `1 << cp_mutex_id`.
 [[nodiscard]] uint32_t held_locks();
+[[nodiscard]] uint32_t held_mutexes();
 
 // Dies unless the calling thread may sleep; `what` names the call for the message.
 void might_sleep(const char *what);
-// Dies if the calling thread holds a lock; `where` names the entry of the module that has just returned.
+// Dies if the calling thread holds a lock or a mutex; `where` names the entry of the module that has just returned.
 void expect_no_lock_held(const char *where);
 
 // The calling thread is in softirq context while this lives.
@@ -32,5 +33,7 @@ public:
 
 // The thread's held locks; for spin_locks.cpp alone.
 void set_held_locks(uint32_t locks);
+// The same; for mutexes.cpp alone.
+void set_held_mutexes(uint32_t mutexes);
 
 } // namespace captive_portal::host

@@ -31,6 +31,7 @@ Machine::~Machine()
 	// They are the module's code, and need the machine.
 	threads.end_all();
 	locks.expect_all_free("at the machine's end");
+	mutexes.expect_all_free("at the machine's end");
 	the_machine = nullptr;
 }
 
@@ -53,6 +54,14 @@ void Machine::put_module()
 	if (--module_references_ < 0) {
 		die("module reference given back that was not taken");
 	}
+}
+
+uint64_t Machine::next_random_seed()
+{
+	// Far apart, and all of their bits in use.
+	uint64_t word = (random_seeds_.fetch_add(1) + 1) * 0x9e3779b97f4a7c15;
+	word = (word ^ word >> 30) * 0xbf58476d1ce4e5b9;
+	return word ^ word >> 31;
 }
 
 cp_verdict Machine::pre_routing(PacketBuffer &packet, const std::string &in_name)

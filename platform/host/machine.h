@@ -12,6 +12,7 @@
 #include "platform/host/kernel_log.h"
 #include "platform/host/kernel_memory.h"
 #include "platform/host/kernel_threads.h"
+#include "platform/host/mutexes.h"
 #include "platform/host/packet_buffer.h"
 #include "platform/host/proc_files.h"
 #include "platform/host/registrations.h"
@@ -70,6 +71,7 @@ public:
 	Devices devices;
 	WallClock clock;
 	SpinLocks locks;
+	Mutexes mutexes;
 	BridgeHooks hooks;
 	MiscDevices misc;
 	ProcFiles proc;
@@ -90,6 +92,7 @@ public:
 	[[nodiscard]] int32_t module_references() const { return module_references_; }
 	void get_module() { ++module_references_; }
 	void put_module();
+	[[nodiscard]] uint64_t next_random_seed();
 
 	// The control device's file: 0 or a negative error, and -6 while it is not registered; the dispatcher's result as
 	// it is. All four die if the module returns with a lock held.
@@ -114,6 +117,7 @@ public:
 private:
 	bool loaded_ = false;
 	std::atomic<int32_t> module_references_ = 0;
+	std::atomic<uint64_t> random_seeds_ = 0;
 	mutable std::mutex events_mutex_;
 	std::vector<Event> events_;
 	std::map<Event, std::function<void()>> actions_;

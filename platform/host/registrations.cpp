@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/host/context.h"
+#include "platform/host/read_sections.h"
 
 namespace captive_portal::host
 {
@@ -85,6 +86,7 @@ cp_verdict BridgeHooks::run(uint32_t hook_number, PacketBuffer &packet)
 cp_verdict run_hook(HookFunction hook, PacketBuffer &packet)
 {
 	const SoftirqContext softirq;
+	const ReadSection section;
 	PacketView view(packet);
 	const cp_verdict verdict = hook(view.seam());
 	expect_no_lock_held("a hook");

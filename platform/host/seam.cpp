@@ -5,6 +5,7 @@
 
 #include "platform/host/context.h"
 #include "platform/host/machine.h"
+#include "platform/host/read_sections.h"
 
 using captive_portal::host::Device;
 using captive_portal::host::Event;
@@ -28,6 +29,16 @@ void cp_spin_lock_bh(enum cp_lock_id lock)
 void cp_spin_unlock_bh(enum cp_lock_id lock)
 {
 	Machine::current().locks.unlock(lock);
+}
+
+void cp_mutex_lock(enum cp_mutex_id mutex)
+{
+	Machine::current().mutexes.lock(mutex);
+}
+
+void cp_mutex_unlock(enum cp_mutex_id mutex)
+{
+	Machine::current().mutexes.unlock(mutex);
 }
 
 void *cp_zalloc_atomic(size_t size)
@@ -72,11 +83,6 @@ size_t cp_copy_to_user(cp_user_address to, const void *from, size_t size)
 int64_t cp_wall_clock_seconds(void)
 {
 	return Machine::current().clock.seconds();
-}
-
-uint64_t cp_random_seed(void)
-{
-	return 0x9e3779b97f4a7c15;
 }
 
 enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
@@ -210,6 +216,27 @@ void cp_free_large(void *memory)
 {
 	might_sleep("cp_free_large");
 	Machine::current().memory.free_large(memory);
+}
+
+void *cp_zalloc_large(size_t size)
+{
+	might_sleep("cp_zalloc_large");
+	void *const memory = Machine::current().memory.allocate_large(size);
+	return memory != nullptr ? std::memset(memory, 0, size) : nullptr;
+}
+
+// At once, so that whoever still reads it is caught.
+void cp_free_large_after_readers(struct cp_deferred_free *memory)
+{
+	might_sleep("cp_free_large_after_readers");
+	captive_portal::host::wait_for_readers();
+	Machine::current().memory.free_large(memory);
+}
+
+// The same numbers each time, so that every run of a test is alike.
+uint64_t cp_random_seed(void)
+{
+	return Machine::current().next_random_seed();
 }
 
 void cp_yield_processor(void)

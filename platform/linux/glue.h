@@ -20,6 +20,12 @@ struct nf_hook_state;
  */
 void open_packet_view(struct cp_packet *packet, struct sk_buff *skb, const struct nf_hook_state *state);
 
+/*
+ * Returns when nothing is left of cp_free_large_after_readers(): its callback is the module's text. Process context,
+ * and nobody calls that function any more.
+ */
+void wait_for_deferred_frees(void);
+
 /* Takes off whatever hooks are registered, and returns when none of them runs any more. Process context. */
 void take_hooks_off(void);
 

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * The module's spin locks. Each is a variable of its own, so that the kernel's lock proof keeps a class for each and
+ * The module's spin locks and mutexes. Each is a variable of its own, so that the kernel's lock proof keeps a class for each and
  * reports a nesting against the order of base/lock.h under the lock's name.
  */
 #include "platform/linux/glue.h"
 
+#include <linux/mutex.h>
 #include <linux/spinlock.h>
 
 static DEFINE_SPINLOCK(gatekeeper_lock);
@@ -28,4 +29,20 @@ void cp_spin_lock_bh(enum cp_lock_id lock)
 void cp_spin_unlock_bh(enum cp_lock_id lock)
 {
 	spin_unlock_bh(locks[lock]);
+}
+
+static DEFINE_MUTEX(clients_mutex);
+
+static struct mutex *const mutexes[CP_MUTEXES] = {
+	[CP_MUTEX_CLIENTS] = &clients_mutex,
+};
+
+void cp_mutex_lock(enum cp_mutex_id mutex)
+{
+	mutex_lock(mutexes[mutex]);
+}
+
+void cp_mutex_unlock(enum cp_mutex_id mutex)
+{
+	mutex_unlock(mutexes[mutex]);
 }

@@ -18,6 +18,7 @@ static int __init load_captive_portal(void)
 static void __exit unload_captive_portal(void)
 {
 	captive_portal_exit();
+	wait_for_deferred_frees();
 }
 
 module_init(load_captive_portal);
