@@ -23,6 +23,7 @@ captive_portal-core := \
 	garden/walled_garden.o \
 	garden/walled_garden_commands.o \
 	gatekeeper/bridge_gatekeeper.o \
+	gatekeeper/client_index.o \
 	gatekeeper/client_tables.o \
 	gatekeeper/gatekeeper_commands.o \
 	gatekeeper/gatekeeper_replies.o \

@@ -17,18 +17,23 @@ struct MacAddress {
 		return mac;
 	}
 
+	// The six bytes as one number: for comparing and hashing.
+	[[nodiscard]] uint64_t word() const
+	{
+		uint64_t word = 0;
+		__builtin_memcpy(&word, bytes, sizeof(bytes));
+		return word;
+	}
+
 	// Broadcast addresses are group addresses too.
 	[[nodiscard]] constexpr bool is_group() const { return bytes[0] & 1; }
+	// Of an address that word() has given.
+	[[nodiscard]] static constexpr bool is_group(uint64_t word) { return word & 1; }
 	[[nodiscard]] constexpr bool is_zero() const { return *this == MacAddress{}; }
 
 	friend constexpr bool operator==(const MacAddress &a, const MacAddress &b)
 	{
-		for (unsigned i = 0; i < CP_MAC_SIZE; ++i) {
-			if (a.bytes[i] != b.bytes[i]) {
-				return false;
-			}
-		}
-		return true;
+		return __builtin_memcmp(a.bytes, b.bytes, CP_MAC_SIZE) == 0;
 	}
 };
 

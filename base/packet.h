@@ -120,6 +120,15 @@ public:
 					  Field<EtherType>();
 	}
 	[[nodiscard]] Field<MacAddress> source_mac() const { return ethernet_field<MacAddress>(Offset::source_mac); }
+	// The same as MacAddress::word() gives it.
+	[[nodiscard]] Field<uint64_t> source_mac_word() const
+	{
+		if (packet_.ethernet_bytes < Offset::source_mac + sizeof(MacAddress)) {
+			return {};
+		}
+		const uint8_t *const mac = packet_.ethernet + Offset::source_mac;
+		return read_unaligned<uint32_t>(mac) | uint64_t{read_unaligned<uint16_t>(mac + sizeof(uint32_t))} << 32;
+	}
 	[[nodiscard]] Field<MacAddress> destination_mac() const
 	{
 		return ethernet_field<MacAddress>(Offset::destination_mac);

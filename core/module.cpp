@@ -53,8 +53,9 @@ int captive_portal_init(void)
 	cp_log(CP_LOG_DEBUG, "[init captive portal] minor:%d, name:%s\n", captive_portal_misc_dev.minor,
 	       captive_portal_misc_dev.name);
 	store_word(debug_level, static_cast<int32_t>(CP_DEFAULT_DEBUG_LEVEL));
-
+	init_client_index();
 	seed_connection_index();
+
 	if (cp_register_hooks(captive_portal_hooks, captive_portal_hook_count) < 0) {
 		cp_log(CP_LOG_DEBUG, "nf_register_hook fail\n");
 	}
@@ -89,7 +90,8 @@ void captive_portal_exit(void)
 	cp_unregister_hooks(captive_portal_hooks, captive_portal_hook_count);
 	cp_misc_deregister(&captive_portal_misc_dev);
 	dns_parse_exit();
-	// MAC lists and connections deliberately stay as they are.
+	// MAC lists and connections deliberately stay as they are; their indexes are no lists.
+	free_client_index();
 	free_connection_index();
 	free_walled_garden_rules();
 }

@@ -3,9 +3,7 @@
 
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
-#include "base/in_aton.h"
 #include "base/interface_name.h"
-#include "base/lock.h"
 #include "base/packet.h"
 #include "gatekeeper/client_tables.h"
 #include "portal/interface_table.h"
@@ -39,6 +37,41 @@ template <size_t count> bool is_one_of(Field<be16> port, const uint16_t (&ports)
 	return false;
 }
 
+// Whether `port`, which is not below the first of them, is a redirect port of any wireless interface.
+constexpr bool is_redirect_port(uint32_t port)
+{
+	const uint32_t radio = (port - CP_PORT_FIRST_INTERFACE_HTTP) / CP_PORT_STEP_PER_RADIO;
+	const uint32_t place = (port - CP_PORT_FIRST_INTERFACE_HTTP) % CP_PORT_STEP_PER_RADIO;
+	return radio < CP_RADIOS && (place < CP_VAPS_PER_RADIO || place - CP_PORT_HTTPS_STEP < CP_VAPS_PER_RADIO);
+}
+
+// The fixed ports that are closed to anybody: bit n is port first_closed_port + n.
+constexpr uint32_t first_closed_port = CP_PORT_LOGOUT;
+constexpr uint32_t closed_ports = [] {
+	uint32_t ports = 0;
+	for (const uint16_t port : ports_closed_to_wired_side) {
+		ports |= 1u << (port - first_closed_port);
+	}
+	for (const uint16_t port : ports_closed_without_portal) {
+		ports |= 1u << (port - first_closed_port);
+	}
+	return ports;
+}();
+
+// Whether a closed port or a row's redirect port can be meant. Before start has filled the rows their ports are 0.
+bool may_be_closed(Field<be16> port)
+{
+	if (!port.has_value()) {
+		return false;
+	}
+	const uint32_t number = port.value().host();
+	if (number >= CP_PORT_FIRST_INTERFACE_HTTP) {
+		return is_redirect_port(number);
+	}
+	const uint32_t place = number - first_closed_port;
+	return (place < 32 && (closed_ports >> place & 1) != 0) || number == 0;
+}
+
 // Missing when the packet is not TCP: it then equals no port.
 Field<be16> tcp_destination_port(const Packet &packet)
 {
@@ -67,51 +100,69 @@ bool is_redirect_port_of_another(uint32_t own, Field<be16> port)
 	return false;
 }
 
-cp_verdict judge_wired(const Packet &packet)
+// The TCP destination port of an IPv4 packet to the access point's own address, if it is one that somebody is kept from:
+// the bridge is asked for its address for these alone.
+Field<be16> guarded_port(const Packet &packet, Field<EtherType> type)
 {
-	if (packet.ether_type() != EtherType::ipv4 || !is_for_access_point(packet)) {
-		return CP_ACCEPT;
+	if (type != EtherType::ipv4) {
+		return {};
 	}
 	const Field<be16> port = tcp_destination_port(packet);
+	return may_be_closed(port) && is_for_access_point(packet) ? port : Field<be16>();
+}
+
+cp_verdict judge_wired(const Packet &packet, Field<EtherType> type)
+{
+	const Field<be16> port = guarded_port(packet, type);
+	if (!port.has_value()) {
+		return CP_ACCEPT;
+	}
 	if (is_one_of(port, ports_closed_to_wired_side) || is_redirect_port_of_another(CP_WIRELESS_INTERFACES, port)) {
 		return CP_DROP;
 	}
 	return CP_ACCEPT;
 }
 
-constexpr Field<uint32_t> row_below(uint32_t index, uint32_t rows)
-{
-	return index < rows ? Field<uint32_t>(index) : Field<uint32_t>();
-}
-
-// Row that a frame of the wireless interface `name` is judged by, missing when there is none. A name that an OWE
-// companion is paired with is not looked up a second time.
-Field<uint32_t> row_of_ingress(Text name)
+// Index of the row that a frame of the wireless interface `name` is judged by, outside the rows when there is none. A name
+// that an OWE companion is paired with is not looked up a second time.
+uint32_t index_of_name(Text name)
 {
 	const Field<InterfaceNumbers> scanned = scan_interface_name(name);
 	if (!scanned.has_value()) {
-		return {};
+		return CP_WIRELESS_INTERFACES;
 	}
 	const InterfaceNumbers numbers = scanned.value();
 	if (numbers.vap < CP_OWE_FIRST_VAP || numbers.vap > CP_OWE_LAST_VAP) {
-		return row_below(cp_interface_index(numbers.radio, numbers.vap), CP_WIRELESS_INTERFACES);
+		return cp_interface_index(numbers.radio, numbers.vap);
 	}
-	const Field<uint32_t> owe_row = row_below(cp_owe_index(numbers.radio, numbers.vap), CP_OWE_INTERFACES);
-	if (!owe_row.has_value()) {
-		return {};
+	const uint32_t owe_row = cp_owe_index(numbers.radio, numbers.vap);
+	if (owe_row >= CP_OWE_INTERFACES) {
+		return CP_WIRELESS_INTERFACES;
 	}
 	char paired[CP_INTERFACE_NAME_SIZE];
-	owe_mapping_table[owe_row.value()].iface.load(paired);
-	return interface_index_of_name(text_of_field(paired));
+	owe_mapping_table[owe_row].iface.load(paired);
+	const Field<uint32_t> index = interface_index_of_name(text_of_field(paired));
+	return index.has_value() ? index.value() : static_cast<uint32_t>(CP_WIRELESS_INTERFACES);
+}
+
+// The device's name, as much of it as a field of that size and its NUL hold.
+Text copy_name(char (&copy)[CP_INTERFACE_NAME_SIZE], const char *name)
+{
+	size_t length = 0;
+	for (char next = load_word(name[0]); next != '\0' && length < sizeof(copy) - 1;
+	     next = load_word(name[length])) {
+		copy[length++] = next;
+	}
+	return {copy, length};
 }
 
 // No lock: a mode or a port that changes meanwhile holds from the next frame on.
-bool reaches_closed_port(const Packet &packet, uint32_t index)
+bool reaches_closed_port(const Packet &packet, Field<EtherType> type, uint32_t index)
 {
-	if (packet.ether_type() != EtherType::ipv4 || !is_for_access_point(packet)) {
+	const Field<be16> port = guarded_port(packet, type);
+	if (!port.has_value()) {
 		return false;
 	}
-	const Field<be16> port = tcp_destination_port(packet);
 	const bool has_portal = load_word(captive_portal_table[index].cp_mode) != CP_MODE_OFF;
 	return (!has_portal && is_one_of(port, ports_closed_without_portal)) ||
 	       is_redirect_port_of_another(index, port);
@@ -146,15 +197,15 @@ Judgement judge_disconnected(const Packet &packet, uint32_t behavior)
 
 // Weighs the client's MAC address in the tables; the first that lists it decides. Deliberately looks at no EtherType:
 // an IPv6 frame is tested against what lies at the places of an IPv4 header's fields.
-Judgement judge_client(Packet &packet, const MacAddress &mac, uint32_t index)
+Judgement judge_client(Packet &packet, uint64_t mac, uint32_t index)
 {
-	const LockGuard guard(Lock::gatekeeper);
+	const ClientStanding standing = standing_of(mac, index);
 
 	if (load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) != CP_MODE_OFF) {
-		if (mirel_white_list.contains(mac)) {
+		if (standing.lists.has(ClientLists::mirel_white)) {
 			return Judgement::accept;
 		}
-		if (mirel_black_list.contains(mac)) {
+		if (standing.lists.has(ClientLists::mirel_black)) {
 			packet.set_mark(MARK_MIREL_BLACK);
 			return Judgement::accept;
 		}
@@ -164,15 +215,14 @@ Judgement judge_client(Packet &packet, const MacAddress &mac, uint32_t index)
 		packet.set_mark(MARK_DNS_FILTER);
 		return Judgement::accept;
 	}
-	if (login_mac_table[index].list.contains(mac) || auth_mac_table[index].list.contains(mac)) {
+	if (standing.lists.has(ClientLists::login | ClientLists::auth)) {
 		return Judgement::accept_admitted;
 	}
-	if (white_list[index].list.contains(mac) || ga_white_list[index].list.contains(mac) ||
-	    mac_auth_fallback[index].list.contains(mac)) {
+	if (standing.lists.has(ClientLists::white | ClientLists::ga_white | ClientLists::fallback)) {
 		return Judgement::accept;
 	}
-	if (ovra_behavior[index].status == OVRA_DISCONNECTED) {
-		return judge_disconnected(packet, ovra_behavior[index].behavior);
+	if (standing.status == OVRA_DISCONNECTED) {
+		return judge_disconnected(packet, standing.behavior);
 	}
 	const cp_row &row = captive_portal_table[index];
 	if (load_word(row.cp_mode) != CP_MODE_OFF) {
@@ -183,26 +233,23 @@ Judgement judge_client(Packet &packet, const MacAddress &mac, uint32_t index)
 
 bool goes_to_logout_address(const Packet &packet, uint32_t index)
 {
-	const LockGuard guard(Lock::cp);
-	return packet.destination_address() == in_aton(text_of_field(captive_portal_table[index].logout_ip));
+	return packet.destination_address() == load_word(captive_portal_table[index].logout_address);
 }
 
-cp_verdict judge_wireless(Packet &packet, Text name)
+// An index outside the wireless rows: there is none for the port's name.
+cp_verdict judge_wireless(Packet &packet, Field<EtherType> type, uint64_t source, uint32_t index)
 {
-	const Field<EtherType> type = packet.ether_type();
 	if (type != EtherType::ipv4 && type != EtherType::ipv6) {
 		return CP_ACCEPT;
 	}
-	const Field<uint32_t> row = row_of_ingress(name);
-	if (!row.has_value()) {
+	if (index >= CP_WIRELESS_INTERFACES) {
 		return CP_DROP;
 	}
-	const uint32_t index = row.value();
-	if (reaches_closed_port(packet, index)) {
+	if (reaches_closed_port(packet, type, index)) {
 		return CP_DROP;
 	}
 	// The source address lies before the EtherType, so it is there.
-	switch (judge_client(packet, packet.source_mac().value(), index)) {
+	switch (judge_client(packet, source, index)) {
 	case Judgement::accept:
 		return CP_ACCEPT;
 	case Judgement::drop:
@@ -231,18 +278,22 @@ cp_verdict ebt_gate_keeper(cp_packet *raw)
 	if (type == EtherType::exempt_first || type == EtherType::exempt_second) {
 		return CP_ACCEPT;
 	}
-	const Field<MacAddress> source = packet.source_mac();
-	if (source.has_value() && (source.value().is_group() || source.value().is_zero())) {
+	const Field<uint64_t> source = packet.source_mac_word();
+	if (source.has_value() && (MacAddress::is_group(source.value()) || source.value() == 0)) {
 		return CP_DROP;
 	}
 	if (packet.in_name() == nullptr) {
-		return judge_wired(packet);
+		return judge_wired(packet, type);
+	}
+	const uint32_t plain = plain_interface_index(packet.in_name());
+	if (plain != not_a_plain_name) {
+		return judge_wireless(packet, type, source.value(), plain);
 	}
 	// A copy: the device may be renamed meanwhile.
 	char copy[CP_INTERFACE_NAME_SIZE];
-	store_text(copy, text_of_field(packet.in_name(), sizeof(copy)));
-	const Text name = text_of_field(copy);
-	return starts_with(name, wireless_prefix) ? judge_wireless(packet, name) : judge_wired(packet);
+	const Text name = copy_name(copy, packet.in_name());
+	return starts_with(name, wireless_prefix) ? judge_wireless(packet, type, source.value(), index_of_name(name)) :
+						    judge_wired(packet, type);
 }
 
 } // namespace captive_portal

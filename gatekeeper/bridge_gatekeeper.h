@@ -7,7 +7,8 @@
 namespace captive_portal
 {
 
-// Bridge pre-routing, before the portal check. May set the packet's mark. Takes gatekeeper_lock, and cp_lock after it.
+// Bridge pre-routing, before the portal check. May set the packet's mark. Takes no lock, but
+// gatekeeper_lock where it meets commands twice.
 [[nodiscard]] cp_verdict ebt_gate_keeper(cp_packet *packet);
 
 } // namespace captive_portal

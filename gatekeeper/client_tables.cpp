@@ -2,7 +2,6 @@
 #include "gatekeeper/client_tables.h"
 
 #include "base/interface_name.h"
-#include "base/lock.h"
 
 namespace captive_portal
 {
@@ -18,34 +17,33 @@ constinit ovra_behavior_row ovra_behavior[CP_WIRELESS_INTERFACES] = {};
 
 constinit owe_mapping_row owe_mapping_table[CP_OWE_INTERFACES] = {};
 
+constinit SequenceCount client_sequence;
+
 void MacList::append(mac_entry *node)
 {
-	mac_entry **link = &head_;
-	while (*link != nullptr) {
-		link = &(*link)->next;
-	}
 	node->next = nullptr;
-	*link = node;
+	if (tail_ == nullptr) {
+		head_ = node;
+	} else {
+		tail_->next = node;
+	}
+	tail_ = node;
 }
 
 void MacList::delete_first_match(const MacAddress &mac)
 {
+	mac_entry *previous = nullptr;
 	for (mac_entry **link = &head_; *link != nullptr; link = &(*link)->next) {
 		mac_entry *const node = *link;
 		if (node->mac == mac) {
 			*link = node->next;
+			if (node == tail_) {
+				tail_ = previous;
+			}
 			cp_free(node);
 			return;
 		}
-	}
-}
-
-void MacList::flush()
-{
-	while (head_ != nullptr) {
-		mac_entry *const node = head_;
-		head_ = node->next;
-		cp_free(node);
+		previous = node;
 	}
 }
 
@@ -69,24 +67,48 @@ uint32_t MacList::copy_out(gk_list_slot *slot, uint32_t slots) const
 	return count;
 }
 
+ClientWriteSection::ClientWriteSection() : guard_(Lock::gatekeeper)
+{
+	client_sequence.begin_writing();
+}
+
+ClientWriteSection::~ClientWriteSection()
+{
+	client_sequence.end_writing();
+}
+
 namespace
 {
 
-void init_mac_table(iface_mac_list (&table)[CP_WIRELESS_INTERFACES])
+// Addresses that are taken out of the index before others may run.
+constexpr uint32_t clients_at_a_time = 256;
+
+// The order of a flush.
+struct FlushedTable {
+	iface_mac_list *table;
+	ClientLists::List list;
+};
+constexpr FlushedTable tables_in_order_of_flush[] = {
+	{white_list, ClientLists::white},           {ga_white_list, ClientLists::ga_white},
+	{mac_auth_fallback, ClientLists::fallback}, {login_mac_table, ClientLists::login},
+	{auth_mac_table, ClientLists::auth},
+};
+
+void empty_list(MacList &list, uint32_t row, ClientLists::List name)
+{
+	uint32_t number = 0;
+	list.flush([&](const MacAddress &mac) {
+		client_index.remove(mac, row, name);
+		if (++number % clients_at_a_time == 0) {
+			cp_yield_processor();
+		}
+	});
+}
+
+void name_rows(iface_mac_list (&table)[CP_WIRELESS_INTERFACES])
 {
 	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
 		format_interface_name_of_index(table[index].iface, index);
-		// A command may have been here since the device was registered.
-		table[index].list.flush();
-	}
-}
-
-void init_ovra_behavior()
-{
-	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
-		format_interface_name_of_index(ovra_behavior[index].iface, index);
-		ovra_behavior[index].behavior = 0;
-		ovra_behavior[index].status = 0;
 	}
 }
 
@@ -104,23 +126,102 @@ void init_owe_mapping()
 
 } // namespace
 
+ClientStanding standing_beside_writers(uint64_t mac, uint32_t row)
+{
+	const uint64_t count = client_sequence.begin_reading();
+	if (SequenceCount::is_quiet(count)) {
+		const ClientStanding standing = look_at_client(mac, row);
+		if (client_sequence.is_unchanged_since(count)) {
+			return standing;
+		}
+	}
+	const LockGuard guard(Lock::gatekeeper);
+	return look_at_client(mac, row);
+}
+
+ClientLists::List list_of_table(const iface_mac_list *table)
+{
+	if (table == login_mac_table) {
+		return ClientLists::login;
+	}
+	if (table == white_list) {
+		return ClientLists::white;
+	}
+	if (table == ga_white_list) {
+		return ClientLists::ga_white;
+	}
+	return table == mac_auth_fallback ? ClientLists::fallback : ClientLists::auth;
+}
+
+uint32_t take_from_list(MacList &list, ClientLists::List name, const MacAddress &mac)
+{
+	list.delete_first_match(mac);
+	return list.contains(mac) ? 0 : static_cast<uint32_t>(name);
+}
+
+void empty_hidden_lists(uint32_t first_row, uint32_t rows, uint32_t lists)
+{
+	for (uint32_t row = first_row; row < first_row + rows; ++row) {
+		for (const FlushedTable &table : tables_in_order_of_flush) {
+			if ((lists & table.list) != 0) {
+				empty_list(table.table[row].list, row, table.list);
+			}
+		}
+	}
+	if ((lists & ClientLists::mirel_white) != 0) {
+		empty_list(mirel_white_list, first_row, ClientLists::mirel_white);
+	}
+	if ((lists & ClientLists::mirel_black) != 0) {
+		empty_list(mirel_black_list, first_row, ClientLists::mirel_black);
+	}
+	client_index.show_all();
+	client_index.tidy();
+}
+
+void init_client_index()
+{
+	const uint64_t first = cp_random_seed();
+	client_index.set_seed(first, cp_random_seed());
+}
+
 void init_client_tables()
 {
-	const LockGuard guard(Lock::gatekeeper);
-	init_mac_table(auth_mac_table);
-	init_mac_table(login_mac_table);
-	init_mac_table(white_list);
-	init_mac_table(ga_white_list);
-	init_mac_table(mac_auth_fallback);
-	init_ovra_behavior();
+	const MutexGuard alone(Mutex::clients);
+	name_rows(auth_mac_table);
+	name_rows(login_mac_table);
+	name_rows(white_list);
+	name_rows(ga_white_list);
+	name_rows(mac_auth_fallback);
+	for (uint32_t index = 0; index < CP_WIRELESS_INTERFACES; ++index) {
+		format_interface_name_of_index(ovra_behavior[index].iface, index);
+	}
 	init_owe_mapping();
+	{
+		// A command may have been here since the device was registered.
+		const ClientWriteSection section;
+		client_index.hide(0, CP_WIRELESS_INTERFACES, ClientLists::of_row);
+		for (ovra_behavior_row &row : ovra_behavior) {
+			store_word_release(row.behavior, 0U);
+			store_word_release(row.status, 0U);
+		}
+	}
+	empty_hidden_lists(0, CP_WIRELESS_INTERFACES, ClientLists::of_row);
 }
 
 void clear_mirel_lists()
 {
-	const LockGuard guard(Lock::gatekeeper);
-	mirel_white_list.flush();
-	mirel_black_list.flush();
+	const MutexGuard alone(Mutex::clients);
+	{
+		const ClientWriteSection section;
+		client_index.hide(0, CP_WIRELESS_INTERFACES, ClientLists::of_all_rows);
+	}
+	empty_hidden_lists(0, CP_WIRELESS_INTERFACES, ClientLists::of_all_rows);
+}
+
+void free_client_index()
+{
+	const MutexGuard alone(Mutex::clients);
+	client_index.release();
 }
 
 } // namespace captive_portal

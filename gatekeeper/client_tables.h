@@ -3,8 +3,12 @@
 #pragma once
 
 #include "base/atomic_word.h"
+#include "base/lock.h"
 #include "base/mac_address.h"
+#include "base/mutex.h"
+#include "base/sequence_count.h"
 #include "captive_portal/gatekeeper.h"
+#include "gatekeeper/client_index.h"
 
 namespace captive_portal
 {
@@ -15,8 +19,8 @@ struct mac_entry {
 	MacAddress mac;
 };
 
-// A list of MAC addresses in the order of adding. It may hold an address twice and has no limit. Guarded by
-// gatekeeper_lock.
+// A list of MAC addresses in the order of adding. It may hold an address twice and has no limit. Guarded by the clients'
+// mutex: the packet path looks at client_index alone. What changes a list of the tables below tells the index.
 class MacList
 {
 public:
@@ -24,13 +28,24 @@ public:
 	void append(mac_entry *node);
 	// Unlinks and frees the first node with this address; a missing address is no error.
 	void delete_first_match(const MacAddress &mac);
-	void flush();
+	// Frees every node, the first one first, each after `before(address)`.
+	template <typename Before = decltype([](const MacAddress &) {})> void flush(Before before = {})
+	{
+		while (head_ != nullptr) {
+			mac_entry *const node = head_;
+			head_ = node->next;
+			before(node->mac);
+			cp_free(node);
+		}
+		tail_ = nullptr;
+	}
 	[[nodiscard]] bool contains(const MacAddress &mac) const;
 	// Writes the addresses into consecutive slots, at most `slots`, and gives their number.
 	[[nodiscard]] uint32_t copy_out(gk_list_slot *slot, uint32_t slots) const;
 
 private:
 	mac_entry *head_ = nullptr;
+	mac_entry *tail_ = nullptr; // null when the list is empty
 };
 
 struct iface_mac_list {
@@ -38,7 +53,7 @@ struct iface_mac_list {
 	MacList list;
 };
 
-// Disconnection behaviour of one interface, guarded by gatekeeper_lock.
+// Disconnection behaviour of one interface. Written in a write section, read on the packet path as words.
 struct ovra_behavior_row {
 	char iface[CP_INTERFACE_NAME_SIZE];
 	uint32_t behavior;
@@ -52,7 +67,6 @@ struct owe_mapping_row {
 	AtomicName owe_iface; // "wlan-R-14" to "wlan-R-16" after start
 };
 
-// All guarded by gatekeeper_lock.
 extern iface_mac_list auth_mac_table[CP_WIRELESS_INTERFACES];
 extern iface_mac_list login_mac_table[CP_WIRELESS_INTERFACES];
 extern iface_mac_list white_list[CP_WIRELESS_INTERFACES];
@@ -64,10 +78,78 @@ extern ovra_behavior_row ovra_behavior[CP_WIRELESS_INTERFACES];
 
 extern owe_mapping_row owe_mapping_table[CP_OWE_INTERFACES];
 
-// Start: names of all rows, empty lists, behaviours 0, OWE interface names. The hooks run already; takes
-// gatekeeper_lock. Nodes left in the lists at stop are deliberately not freed.
+// All that a writer changes while it lives appears at once to the packet path. Holds gatekeeper_lock, so at most a few
+// words may be changed; the caller holds the clients' mutex.
+class [[nodiscard]] ClientWriteSection
+{
+public:
+	ClientWriteSection();
+	~ClientWriteSection();
+	ClientWriteSection(const ClientWriteSection &) = delete;
+	ClientWriteSection &operator=(const ClientWriteSection &) = delete;
+
+private:
+	LockGuard guard_;
+};
+
+// What the packet path asks about a client of a row, as it was at one moment.
+struct ClientStanding {
+	ClientLists lists;
+	// Read only for a client that is on no list of the row.
+	uint32_t status;
+	uint32_t behavior;
+};
+
+// Says whether the index, the behaviours and what is hidden were read as they were at one moment.
+extern SequenceCount client_sequence;
+
+// The standing as far as it can be read; whoever asks looks at client_sequence. `mac` is MacAddress::word().
+[[nodiscard]] inline ClientStanding look_at_client(uint64_t mac, uint32_t row)
+{
+	ClientStanding standing = {client_index.lists_of(mac, row), 0, 0};
+	if (!standing.lists.has(ClientLists::of_row)) {
+		standing.status = load_word_acquire(ovra_behavior[row].status);
+		standing.behavior = load_word_acquire(ovra_behavior[row].behavior);
+	}
+	return standing;
+}
+
+// The rest of standing_of() for a reader that has met a writer.
+[[nodiscard]] ClientStanding standing_beside_writers(uint64_t mac, uint32_t row);
+
+// For hooks. Takes no lock, but gatekeeper_lock where it meets writers twice.
+[[nodiscard]] inline ClientStanding standing_of(uint64_t mac, uint32_t row)
+{
+	const uint64_t count = client_sequence.begin_reading();
+	if (SequenceCount::is_quiet(count)) {
+		const ClientStanding standing = look_at_client(mac, row);
+		if (client_sequence.is_unchanged_since(count)) {
+			return standing;
+		}
+	}
+	return standing_beside_writers(mac, row);
+}
+
+// Writers' steps; the caller holds the clients' mutex.
+
+// Which of a row's lists `table` keeps.
+[[nodiscard]] ClientLists::List list_of_table(const iface_mac_list *table);
+
+// Takes the first node with the address from a list, and says which list the address has left by it: `list`, or none when
+// it was not there or is there once more. The index is told by the caller.
+[[nodiscard]] uint32_t take_from_list(MacList &list, ClientLists::List name, const MacAddress &mac);
+
+// Empties lists (bits of ClientLists) of rows, after client_index.hide() has hidden them, and shows them again. May sleep.
+void empty_hidden_lists(uint32_t first_row, uint32_t rows, uint32_t lists);
+
+// Start, before the hooks: keys the index.
+void init_client_index();
+// Start: names of all rows, empty lists, behaviours 0, OWE interface names. The hooks run already; takes the clients'
+// mutex and gatekeeper_lock. Nodes left in the lists at stop are deliberately not freed.
 void init_client_tables();
-// Start: empties both MIREL lists. Takes gatekeeper_lock.
+// Start: empties both MIREL lists. Takes the clients' mutex and gatekeeper_lock.
 void clear_mirel_lists();
+// Stop, after hooks and device are gone: gives the index's memory back. Takes the clients' mutex.
+void free_client_index();
 
 } // namespace captive_portal

@@ -3,8 +3,8 @@
 #include "gatekeeper/gatekeeper_commands.h"
 
 #include "base/interface_name.h"
-#include "base/lock.h"
 #include "base/memory.h"
+#include "base/mutex.h"
 #include "gatekeeper/client_tables.h"
 
 namespace captive_portal
@@ -189,6 +189,7 @@ void log_set_command(const gk_cmd &record)
 // What the steps have found for the action.
 struct Operands {
 	mac_entry *node = nullptr;
+	ClientSlot *slot = nullptr; // of the node's address
 	uint32_t first_row = 0;
 	uint32_t rows = 0;
 };
@@ -198,7 +199,12 @@ struct Operands {
 [[nodiscard]] bool allocate_node(const SetCommand &command, const gk_cmd &record, Operands &operands)
 {
 	operands.node = allocate_zeroed<mac_entry>();
-	if (operands.node == nullptr) {
+	if (operands.node != nullptr) {
+		operands.slot = client_index.prepare(MacAddress::from(record.mac));
+	}
+	// Without its place in the index a node is of no use.
+	if (operands.slot == nullptr) {
+		cp_free(operands.node);
 		cp_log(CP_LOG_DEBUG, "[gatekeeper] kmalloc fail(%s)(%d) \n", handler_name, command.kmalloc_number);
 		return false;
 	}
@@ -249,13 +255,54 @@ struct Operands {
 	return true;
 }
 
-void flush_portal_tables(uint32_t row)
+// Hides the lists in one moment; then there is time to empty them.
+void flush_lists(const Operands &operands, uint32_t lists)
 {
-	white_list[row].list.flush();
-	ga_white_list[row].list.flush();
-	mac_auth_fallback[row].list.flush();
-	login_mac_table[row].list.flush();
-	auth_mac_table[row].list.flush();
+	{
+		const ClientWriteSection section;
+		client_index.hide(operands.first_row, operands.rows, lists);
+	}
+	empty_hidden_lists(operands.first_row, operands.rows, lists);
+}
+
+void append_to_list(MacList &list, ClientLists::List name, const Operands &operands)
+{
+	list.append(operands.node);
+	const ClientWriteSection section;
+	client_index.add(*operands.slot, operands.first_row, name);
+}
+
+void remove_from_list(MacList &list, ClientLists::List name, const MacAddress &mac, uint32_t row)
+{
+	const uint32_t left = take_from_list(list, name, mac);
+	{
+		const ClientWriteSection section;
+		client_index.remove(mac, row, left);
+	}
+	client_index.tidy();
+}
+
+// From black to white in one moment.
+void append_to_mirel_white_list(const Operands &operands)
+{
+	const MacAddress mac = operands.node->mac;
+	const uint32_t left = take_from_list(mirel_black_list, ClientLists::mirel_black, mac);
+	mirel_white_list.append(operands.node);
+	const ClientWriteSection section;
+	client_index.remove(mac, 0, left);
+	client_index.add(*operands.slot, 0, ClientLists::mirel_white);
+}
+
+// From the black list too, deliberately: the address is then on neither.
+void remove_from_mirel_white_list(const MacAddress &mac)
+{
+	const uint32_t left = take_from_list(mirel_black_list, ClientLists::mirel_black, mac) |
+			      take_from_list(mirel_white_list, ClientLists::mirel_white, mac);
+	{
+		const ClientWriteSection section;
+		client_index.remove(mac, 0, left);
+	}
+	client_index.tidy();
 }
 
 void store_name(AtomicName &stored, const char (&field)[CP_INTERFACE_NAME_SIZE])
@@ -281,61 +328,49 @@ void clear_owe_mapping()
 	}
 }
 
-// Each action is one hold of gatekeeper_lock, so nobody sees it half done; the OWE mapping is written without it.
+// What an action changes for the packet path, it changes in one write section, so nobody sees it half done; the OWE mapping
+// is written without one.
 void act(const SetCommand &command, const gk_cmd &record, const Operands &operands)
 {
 	const MacAddress mac = MacAddress::from(record.mac);
 	const uint32_t row = operands.first_row;
-	const uint32_t end = operands.first_row + operands.rows;
 
-	if (command.action == map_owe) {
-		map_owe_interface(record, row);
-		return;
-	}
-	if (command.action == clear_owe) {
-		clear_owe_mapping();
-		return;
-	}
-
-	const LockGuard guard(Lock::gatekeeper);
 	switch (command.action) {
 	case append:
-		command.table[row].list.append(operands.node);
+		append_to_list(command.table[row].list, list_of_table(command.table), operands);
 		return;
 	case remove:
-		command.table[row].list.delete_first_match(mac);
+		remove_from_list(command.table[row].list, list_of_table(command.table), mac, row);
 		return;
 	case flush:
-		for (uint32_t index = row; index < end; ++index) {
-			command.table[index].list.flush();
-		}
+		flush_lists(operands, list_of_table(command.table));
 		return;
 	case flush_portal:
-		for (uint32_t index = row; index < end; ++index) {
-			flush_portal_tables(index);
-		}
+		flush_lists(operands, ClientLists::of_row);
 		return;
 	case append_mirel_black:
-		mirel_black_list.append(operands.node);
+		append_to_list(mirel_black_list, ClientLists::mirel_black, operands);
 		return;
 	case remove_mirel_black:
-		mirel_black_list.delete_first_match(mac);
+		remove_from_list(mirel_black_list, ClientLists::mirel_black, mac, 0);
 		return;
 	case append_mirel_white:
-		mirel_black_list.delete_first_match(mac);
-		mirel_white_list.append(operands.node);
+		append_to_mirel_white_list(operands);
 		return;
 	case remove_mirel_white:
-		// The black list too, deliberately: the address is then on neither.
-		mirel_black_list.delete_first_match(mac);
-		mirel_white_list.delete_first_match(mac);
+		remove_from_mirel_white_list(mac);
 		return;
-	case set_behavior:
-		ovra_behavior[row].behavior = record.behavior;
-		ovra_behavior[row].status = record.status;
+	case set_behavior: {
+		const ClientWriteSection section;
+		store_word_release(ovra_behavior[row].behavior, record.behavior);
+		store_word_release(ovra_behavior[row].status, record.status);
 		return;
+	}
 	case map_owe:
+		map_owe_interface(record, row);
+		return;
 	case clear_owe:
+		clear_owe_mapping();
 		return;
 	}
 }
@@ -348,6 +383,8 @@ int32_t if_device_write_gk(const gk_cmd &record)
 	if (command == nullptr) {
 		return -1;
 	}
+	// The whole command: nothing else changes the lists between its steps.
+	const MutexGuard alone(Mutex::clients);
 	Operands operands;
 	for (const Step step : command->steps) {
 		if (!take_step(step, *command, record, operands)) {

@@ -4,6 +4,7 @@
 
 #include "base/interface_name.h"
 #include "base/lock.h"
+#include "base/mutex.h"
 #include "gatekeeper/client_tables.h"
 
 namespace captive_portal
@@ -14,7 +15,7 @@ namespace
 
 void get_list(gk_list_reply &reply, const MacList &list)
 {
-	const LockGuard guard(Lock::gatekeeper);
+	const MutexGuard guard(Mutex::clients);
 	reply.count = list.copy_out(reply.entries, GK_LIST_SLOTS);
 }
 
@@ -101,8 +102,8 @@ void check_gatekeeper_list(gk_check_reply &reply)
 		return;
 	}
 	const MacAddress mac = MacAddress::from(reply.mac);
-	const LockGuard guard(Lock::gatekeeper);
-	reply.found = table[row.value()].list.contains(mac) ? 1 : 0;
+	const MutexGuard guard(Mutex::clients);
+	reply.found = client_index.lists_of(mac.word(), row.value()).has(list_of_table(table)) ? 1 : 0;
 }
 
 } // namespace captive_portal

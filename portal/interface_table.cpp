@@ -42,6 +42,7 @@ void init_captive_portal_table()
 			store_word(row.cp_walled_garden, 0U);
 			store_word(row.block_https, static_cast<uint32_t>(CP_HTTPS_BLOCKED));
 			__builtin_memset(row.logout_ip, 0, sizeof(row.logout_ip));
+			store_word(row.logout_address, Ipv4Address{});
 		}
 		store_word(captive_portal_table[CP_ROW_MIREL].cp_mode, static_cast<uint32_t>(CP_MODE_OFF));
 		store_word(captive_portal_table[CP_ROW_MIREL].cp_walled_garden, 0U);

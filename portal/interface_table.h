@@ -14,9 +14,10 @@ namespace captive_portal
 
 struct table_list_entry;
 
-// One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https` and `logout_ip` hold cp_lock;
-// the first three are also read without it, as words. `table_list` and its tail belong to change_ip_port_lock. Mark and ports are
-// written once, at start, when the hooks run already, and read as words without a lock.
+// One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https`, `logout_ip` and
+// `logout_address` hold cp_lock; all but the text are also read without it, as words. `table_list` and its tail belong to
+// change_ip_port_lock. Mark and ports are written once, at start, when the hooks run already, and read as words without
+// a lock.
 struct cp_row {
 	uint32_t mark;
 	uint16_t http_port;  // host order
@@ -25,6 +26,7 @@ struct cp_row {
 	uint32_t cp_walled_garden; // stored for the daemon; nothing reads it
 	uint32_t block_https;
 	char logout_ip[CP_DOTTED_QUAD_SIZE];
+	Ipv4Address logout_address; // what in_aton() reads in logout_ip
 	table_list_entry *table_list;
 	table_list_entry *table_list_tail; // null when the list is empty
 };

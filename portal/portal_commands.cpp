@@ -2,6 +2,7 @@
 #include "portal/portal_commands.h"
 
 #include "base/atomic_word.h"
+#include "base/in_aton.h"
 #include "base/lock.h"
 #include "base/text.h"
 #include "garden/walled_garden.h"
@@ -35,7 +36,9 @@ int32_t store_logout_address(const cp_cmd &command)
 	if (static_cast<uint32_t>(command.iface) >= CP_ROWS) {
 		return refused;
 	}
-	store_text(captive_portal_table[command.iface].logout_ip, value);
+	cp_row &row = captive_portal_table[command.iface];
+	store_text(row.logout_ip, value);
+	store_word(row.logout_address, in_aton(text_of_field(row.logout_ip)));
 	return 0;
 }
 

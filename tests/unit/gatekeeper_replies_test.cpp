@@ -106,10 +106,10 @@ TEST_P(EveryListReply, GivesTheAddressesInTheOrderOfAddingAndNothingElse)
 		const uint8_t mac[] = {0x02, 0, 0, 0, 0, last[slot]};
 		std::memcpy(expected->entries[slot].mac, mac, sizeof(mac));
 	}
-	const uint64_t holds = machine.locks.acquisitions(CP_LOCK_GATEKEEPER);
+	const uint64_t holds = machine.mutexes.acquisitions(CP_MUTEX_CLIENTS);
 	EXPECT_EQ(command(machine, GATEKEEPER_IOCTL_GET, *sent), 0);
 	EXPECT_EQ(std::memcmp(sent.get(), expected.get(), sizeof(*sent)), 0);
-	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_GATEKEEPER) - holds, 1U);
+	EXPECT_EQ(machine.mutexes.acquisitions(CP_MUTEX_CLIENTS) - holds, 1U);
 	EXPECT_NO_LOG();
 }
 
@@ -279,9 +279,9 @@ TEST_P(EveryCheck, WritesFoundAloneInOneHold)
 	change_clients(machine, GetParam().add, "wlan-1-1", station(1));
 	const gk_check_reply sent = check_request(GetParam().number, "wlan-1-1", station(1));
 	gk_check_reply record = sent;
-	const uint64_t holds = machine.locks.acquisitions(CP_LOCK_GATEKEEPER);
+	const uint64_t holds = machine.mutexes.acquisitions(CP_MUTEX_CLIENTS);
 	check_gatekeeper_list(record);
-	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_GATEKEEPER) - holds, 1U);
+	EXPECT_EQ(machine.mutexes.acquisitions(CP_MUTEX_CLIENTS) - holds, 1U);
 	EXPECT_EQ(record.found, 1U);
 	EXPECT_EQ(std::memcmp(&record, &sent, 28), 0);
 }

@@ -207,6 +207,49 @@ TEST(OweIndexOfName, ChecksTheCombinedIndexAlone)
 	EXPECT_EQ(owe_index("wlan-x-14"), std::nullopt);
 }
 
+TEST(PlainInterfaceIndex, KnowsEveryNameOfTwoSingleDigits)
+{
+	for (char radio = '0'; radio <= '9'; ++radio) {
+		for (char vap = '0'; vap <= '9'; ++vap) {
+			const char name[] = {'w', 'l', 'a', 'n', '-', radio, '-', vap, '\0'};
+			EXPECT_EQ(plain_interface_index(name),
+				  static_cast<uint32_t>((radio - '0') * 8 + (vap - '0') - 9));
+		}
+	}
+}
+
+// Of every name it either says what the scanner says, or nothing. The names end where their memory ends.
+TEST(PlainInterfaceIndex, AgreesWithTheScanner)
+{
+	constexpr std::string_view alphabet = "0159-+ x.wlan\xa0\xff/:"sv;
+	std::vector<std::string> names = {"",         "w",        "wlan",       "wlan-",     "wlam-1-1",
+					  "xlan-1-1", "wlan1-1-", "wlan-1-1.5", "wlan-1-1 ", "wlan-3-8x"};
+	for (size_t index = 0; index < alphabet.size() * alphabet.size() * alphabet.size() * alphabet.size(); ++index) {
+		std::string name = "wlan-";
+		for (size_t rest = index; name.size() < 9; rest /= alphabet.size()) {
+			name += alphabet[rest % alphabet.size()];
+		}
+		names.push_back(name);
+		names.push_back(name.substr(0, 8));
+	}
+	size_t plain_names = 0;
+	for (const std::string &name : names) {
+		std::vector<char> exact(name.begin(), name.end());
+		exact.push_back('\0');
+		exact.shrink_to_fit();
+		const uint32_t plain = plain_interface_index(exact.data());
+		if (plain == not_a_plain_name) {
+			continue;
+		}
+		++plain_names;
+		const Field<InterfaceNumbers> scanned = scan_interface_name({name.data(), name.size()});
+		ASSERT_TRUE(scanned.has_value()) << name;
+		EXPECT_EQ(plain, cp_interface_index(scanned.value().radio, scanned.value().vap)) << name;
+		EXPECT_LE(scanned.value().vap, 9u) << name;
+	}
+	EXPECT_GT(plain_names, 16u);
+}
+
 TEST(FormatInterfaceName, WritesTheNameAndFillsTheFieldWithNuls)
 {
 	char field[CP_INTERFACE_NAME_SIZE];

@@ -107,6 +107,7 @@ TEST_F(InterfaceTable, OverwritesWhatAnEarlyCommandHasSet)
 		captive_portal_table[row].cp_walled_garden = 1;
 		captive_portal_table[row].block_https = 2;
 		std::strcpy(captive_portal_table[row].logout_ip, "192.168.100.254");
+		captive_portal_table[row].logout_address = {0xfe64a8c0};
 	}
 	init_captive_portal_table();
 	for (const uint32_t row : {0u, 23u}) {
@@ -115,6 +116,7 @@ TEST_F(InterfaceTable, OverwritesWhatAnEarlyCommandHasSet)
 		EXPECT_EQ(captive_portal_table[row].block_https, 1u);
 		EXPECT_EQ(std::string_view(captive_portal_table[row].logout_ip, 16),
 			  std::string_view("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+		EXPECT_EQ(captive_portal_table[row].logout_address.raw, 0u);
 	}
 }
 

@@ -115,6 +115,7 @@ TEST_F(PortalCommands, StoreTheLogoutAddress)
 	EXPECT_EQ(set(setting(8, 4, 1, "1.2.3.4")), 0);
 	EXPECT_LOG(debug_line("[captive portal]if_device_write_cp: LOGOUT_IP_NOTIFY iface=4 value=1.2.3.4\n"));
 	EXPECT_STREQ(captive_portal_table[4].logout_ip, "1.2.3.4");
+	EXPECT_EQ(captive_portal_table[4].logout_address.raw, 0x04030201u);
 	EXPECT_EQ(captive_portal_table[4].cp_mode, 0u);
 }
 
@@ -131,6 +132,14 @@ TEST_F(PortalCommands, ClearAllOfTheLogoutAddressForAnEmptyOne)
 	EXPECT_LOG(debug_line("[captive portal]if_device_write_cp: LOGOUT_IP_NOTIFY iface=4 value=\n"));
 	EXPECT_EQ(std::string_view(captive_portal_table[4].logout_ip, 16),
 		  std::string_view("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+	EXPECT_EQ(captive_portal_table[4].logout_address.raw, 0u);
+}
+
+// The address is the one that the stored text says, not the one that was sent.
+TEST_F(PortalCommands, ReadTheLogoutAddressIn15Characters)
+{
+	EXPECT_EQ(set(setting(8, 4, 0, "203.0.113.000109")), 0);
+	EXPECT_EQ(captive_portal_table[4].logout_address.raw, 0x0a7100cbu);
 }
 
 TEST_F(PortalCommands, StoreAShorterLogoutAddressOverALongerOne)
