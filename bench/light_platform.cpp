@@ -97,6 +97,7 @@ const Devices devices;
 std::atomic<uint64_t> log_lines = 0;
 int64_t wall_clock = 1'700'000'000;
 bool module_runs = false;
+uint64_t random_seed = 0;
 
 struct alignas(64) SpinLock {
 	std::atomic<bool> taken = false;
@@ -126,6 +127,7 @@ void restart_module()
 	if (module_runs) {
 		captive_portal_exit();
 	}
+	random_seed = 0;
 	if (captive_portal_init() != 0) {
 		std::fprintf(stderr, "bench: the module does not start\n");
 		std::abort();
@@ -353,12 +355,11 @@ void cp_free_large_after_readers(struct cp_deferred_free *memory)
 	cp_free_large(memory);
 }
 
-// Different, and the same in each run of the program.
+// Different ones, but the same for every start, so that counts repeat.
 uint64_t cp_random_seed(void)
 {
-	static uint64_t seed = 0;
-	seed += 0x9e3779b97f4a7c15;
-	return seed;
+	random_seed += 0x9e3779b97f4a7c15;
+	return random_seed;
 }
 
 void cp_yield_processor(void) {}
