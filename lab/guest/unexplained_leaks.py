@@ -15,7 +15,7 @@ def kept_on_purpose(report):
     size = int(re.search(r"\(size (\d+)\)", report).group(1))
     content = bytes.fromhex("".join(re.findall(r"^    ((?:[0-9a-f]{2} ){1,16})", report, flags=re.M)))
     client_in_a_list = size == 16 and content[8:11] == LAB_STATIONS and content[14:16] == b"\0\0"
-    connection = size == 32 and content[22:25] == LAB_STATIONS
+    connection = size == 64 and content[22:25] == LAB_STATIONS
     return client_in_a_list or connection
 
 
