@@ -61,6 +61,9 @@ char *map_arena()
 		std::perror("mmap");
 		std::abort();
 	}
+	// As a kernel's own memory is mapped: its slabs miss caches, but seldom the translation. Where large pages are not to be
+	// had, times at large sizes are longer.
+	static_cast<void>(madvise(memory, arena_bytes, MADV_HUGEPAGE));
 	return static_cast<char *>(memory);
 }
 
