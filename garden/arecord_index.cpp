@@ -85,12 +85,10 @@ void seed_arecord_index()
 	seed = draw_hash_seed();
 }
 
-dns_arecord **clear_arecord_index()
+void clear_arecord_index()
 {
-	static_assert(chains >= ARECORD_BUCKETS);
 	__builtin_memset(chain_of_hash, 0, sizeof(chain_of_hash));
 	indexed_entries = 0;
-	return chain_of_hash;
 }
 
 // The names of an entry are a tree too, whose root is the first of them. The bits of a name's hash lead down it until

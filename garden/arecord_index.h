@@ -24,9 +24,8 @@ void unindex_entry(dns_arecord &entry);
 // Draws new random numbers for the hashes. Only while the index is empty.
 void seed_arecord_index();
 
-// Takes all entries out of the index at once and gives room for a pointer to each bucket's first entry, which is zeroed
-// again before anything is looked up.
-[[nodiscard]] dns_arecord **clear_arecord_index();
+// Takes all entries out of the index at once.
+void clear_arecord_index();
 
 // Where a name is among the names of an entry, or would be.
 struct NamePlace {

@@ -18,6 +18,9 @@ constexpr uint32_t entries_per_hold = 32;
 // Nodes that are freed before others may run.
 constexpr uint32_t nodes_per_turn = 1024;
 
+// What stop has taken out of each bucket. Only stop touches it, so it needs no lock.
+constinit dns_arecord *taken_from_bucket[ARECORD_BUCKETS] = {};
+
 // Frees what is in no list any more, and lets others run now and then: one entry may have any number of names.
 class Release
 {
@@ -94,22 +97,21 @@ void empty_cache()
 
 void free_all_entries()
 {
-	dns_arecord **first_of_bucket = nullptr;
 	{
 		const LockGuard guard(Lock::dns_list);
 		for (BucketWalk &walk : bucket_walks) {
 			walk.stand_at(nullptr);
 		}
-		first_of_bucket = clear_arecord_index();
+		clear_arecord_index();
 		for (uint32_t bucket = 0; bucket < ARECORD_BUCKETS; ++bucket) {
-			first_of_bucket[bucket] = dns_aRecord[bucket].first();
+			taken_from_bucket[bucket] = dns_aRecord[bucket].first();
 			dns_aRecord[bucket] = {};
 		}
 	}
 	Release release;
 	for (uint32_t bucket = 0; bucket < ARECORD_BUCKETS; ++bucket) {
-		while (dns_arecord *const entry = first_of_bucket[bucket]) {
-			first_of_bucket[bucket] = entry->hash_link.next;
+		while (dns_arecord *const entry = taken_from_bucket[bucket]) {
+			taken_from_bucket[bucket] = entry->hash_link.next;
 			release.free_entry(*entry);
 		}
 	}

@@ -114,7 +114,7 @@ private:
 void empty_cache();
 
 // Empties the cache in one hold of dns_list_lock, so that a report shows all of it or nothing, and frees it after that.
-// Neither hook nor command nor thread runs any more. `total_ip_count` stays. Process context.
+// For the stop alone: one caller at a time. `total_ip_count` stays. Process context.
 void free_all_entries();
 
 // Room for a dotted quad and its NUL.
