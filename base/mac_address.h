@@ -26,7 +26,7 @@ struct MacAddress {
 	}
 
 	// Broadcast addresses are group addresses too.
-	[[nodiscard]] constexpr bool is_group() const { return bytes[0] & 1; }
+	[[nodiscard]] bool is_group() const { return is_group(word()); }
 	// Of an address that word() has given.
 	[[nodiscard]] static constexpr bool is_group(uint64_t word) { return word & 1; }
 	[[nodiscard]] constexpr bool is_zero() const { return *this == MacAddress{}; }

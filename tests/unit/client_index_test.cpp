@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/interface_name.h"
+#include "platform/host/context.h"
 #include "platform/host/read_sections.h"
 #include "tests/unit/gatekeeper_commands_fixture.h"
 
@@ -395,6 +396,20 @@ TEST_F(ClientIndexTest, AFlushOfARowLeavesTheOthers)
 				  (flushed.contains(each) ? 0U : ClientLists::of_row) | ClientLists::of_all_rows);
 		}
 	}
+}
+
+TEST_F(ClientIndexTest, ACommandHoldsTheMutexOnceFromItsFirstStepOn)
+{
+	uint32_t held = 0;
+	machine.memory.before_atomic_allocation([&held](size_t) { held = host::held_mutexes(); });
+	const uint64_t before = machine.mutexes.acquisitions(CP_MUTEX_CLIENTS);
+	run(change(ADD_WHITELIST_MAC, "wlan-1-1", station_mac));
+	EXPECT_EQ(held, 1U << CP_MUTEX_CLIENTS);
+	EXPECT_EQ(machine.mutexes.acquisitions(CP_MUTEX_CLIENTS), before + 1);
+	run(change(DEL_WHITELIST_MAC, "wlan-1-1", station_mac));
+	run(record_of(FLUSH_CAPTIVE_PORTAL_TABLE, "all"));
+	EXPECT_EQ(machine.mutexes.acquisitions(CP_MUTEX_CLIENTS), before + 3);
+	machine.memory.before_atomic_allocation({});
 }
 
 TEST_F(ClientIndexTest, AReaderThatMeetsAWriterSeesWhatTheWriterLeaves)

@@ -3,12 +3,17 @@
 // to make room meanwhile.
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <thread>
 #include <vector>
 
 #include "base/interface_name.h"
+#include "gatekeeper/bridge_gatekeeper.h"
 #include "platform/host/read_sections.h"
+#include "tests/support/cast.h"
+#include "tests/support/frame_builder.h"
+#include "tests/support/packets.h"
 #include "tests/unit/gatekeeper_commands_fixture.h"
 
 namespace captive_portal::test
@@ -149,6 +154,34 @@ TEST_F(ClientIndexThreads, AFlushOfAllIsNeverSeenHalfDone)
 	EXPECT_EQ(wrong, 0U);
 	EXPECT_GT(judged, 0U);
 	EXPECT_TRUE(machine.live_allocations().empty());
+}
+
+// The behaviour that is there meanwhile would drop it.
+TEST_F(ClientIndexThreads, AFrameThatMeetsAWriterIsJudgedByWhatTheWriterLeaves)
+{
+	std::atomic<bool> writes = false;
+	std::atomic<int> verdict = -1;
+	std::thread bridge([&] {
+		while (!writes) {
+			std::this_thread::yield();
+		}
+		host::PacketBuffer packet =
+			packet_of(frame().from(client_of_wlan_1_1).to(upstream_server).tcp(51000, 443).syn());
+		packet.in_name = "wlan-1-1";
+		verdict = host::run_hook(ebt_gate_keeper, packet);
+	});
+	{
+		const MutexGuard alone(Mutex::clients);
+		const ClientWriteSection section;
+		store_word_release(ovra_behavior[0].behavior, 3U);
+		store_word_release(ovra_behavior[0].status, 2U);
+		writes = true;
+		// Time for the frame to look twice and to wait for the lock.
+		std::this_thread::sleep_for(std::chrono::milliseconds(20));
+		store_word_release(ovra_behavior[0].behavior, 1U);
+	}
+	bridge.join();
+	EXPECT_EQ(verdict, CP_ACCEPT);
 }
 
 TEST_F(ClientIndexThreads, AClientThatBecomesWhiteIsNeverOnNeitherList)
