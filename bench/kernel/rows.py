@@ -11,11 +11,15 @@ from machine import RECEIVED, SENT
 ROWS, FULL = 24, int(os.environ["CLIENTS"])
 ROW, ROW_WITHOUT_PORTAL = 10, 23
 MARK, HTTP_PORT = 5222, 20083  # of ROW
-CLIENTS_ASKED = 32  # of a full table, its last ones
+# Of a full table, its last ones; also how many strangers there are. Many, because hash tables have another key in each
+# boot, and so another length of each chain.
+CLIENTS_ASKED = 64
 
 ACCESS_POINT_MAC, GATEWAY_MAC = mac("02:00:00:00:00:01"), mac("02:00:00:00:00:fe")
 ACCESS_POINT, SERVER, RESOLVER, CLIENT = "192.168.100.1", "203.0.113.10", "203.0.113.53", "192.168.100.50"
 STRANGER = mac("02:33:00:00:00:01")
+STRANGERS = [mac(f"02:33:00:00:01:{number:02x}") for number in range(CLIENTS_ASKED)]
+OTHER_STRANGERS = [mac(f"02:33:00:00:02:{number:02x}") for number in range(CLIENTS_ASKED)]
 
 # Each table's sub-command that adds.
 TABLES = {"login": 4, "auth": 2, "white": 0, "ga_white": 26, "fallback": 31}
@@ -70,15 +74,16 @@ NEW_BATCHES, NEW_IN_BATCH = 31, 64
 NEW_CONNECTIONS = range(1024, 1024 + NEW_BATCHES * NEW_IN_BATCH)  # their source ports
 
 # Without the module and without a mark.
-BARE_TCP = Way("TCP of a stranger", [to_server(STRANGER)])
+BARE_TCP = Way("TCP of strangers", [to_server(address) for address in STRANGERS])
 BARE_CLIENTS = {table: Way(f"TCP of clients of {table}", [to_server(address) for address in last_clients(table, FULL)])
                 for table in TABLES}
 BARE_ONE_CLIENT = {table: Way(f"TCP of one client of {table}", [to_server(client(table, ROW, 0))]) for table in TABLES}
-BARE_DNS = Way("DNS query", [to_server(STRANGER, UDP, 53)])
+BARE_DNS = Way("DNS query", [to_server(address, UDP, 53) for address in STRANGERS])
 # As pktgen makes it.
 LAST_CLIENT = client("login", ROW, FULL - 1)
 BARE_DNS_OF_CLIENT = Way("DNS query of a client of login", [to_server(LAST_CLIENT, UDP, 53)])
-BARE_WITHOUT_PORTAL = Way("TCP by another port", [to_server(mac("02:33:00:00:00:02"))], device=interface(ROW_WITHOUT_PORTAL))
+BARE_WITHOUT_PORTAL = Way("TCP by another port", [to_server(address) for address in OTHER_STRANGERS],
+                          device=interface(ROW_WITHOUT_PORTAL))
 BARE_TO_ACCESS_POINT = Way("TCP to the access point", [redirected(ACK)], comes_out_at="br0")
 BARE_LOCAL = Way("TCP of the access point", [reply(ACCESS_POINT_MAC, ACCESS_POINT, 8080)], device="br0", kind=SENT,
                  comes_out_at=interface(ROW))
