@@ -117,7 +117,7 @@ private:
 	}
 	[[nodiscard]] uint64_t hash_of(uint64_t key) const
 	{
-		return fold(fold(key ^ seed_[0], 0x9e3779b97f4a7c15) ^ seed_[1], 0xd1b54a32d192ed03);
+		return fold(fold(key ^ seed_[0], 0xa0761d6478bd642f) ^ seed_[1], 0xe7037ed1a0b428db);
 	}
 
 	// The slot of the key, or the free one where it would be. The hash's high bits choose the first slot, its low ones

@@ -56,14 +56,6 @@ void Machine::put_module()
 	}
 }
 
-uint64_t Machine::next_random_seed()
-{
-	// Far apart, and all of their bits in use.
-	uint64_t word = (random_seeds_.fetch_add(1) + 1) * 0x9e3779b97f4a7c15;
-	word = (word ^ word >> 30) * 0xbf58476d1ce4e5b9;
-	return word ^ word >> 31;
-}
-
 cp_verdict Machine::pre_routing(PacketBuffer &packet, const std::string &in_name)
 {
 	packet.in_name = in_name;

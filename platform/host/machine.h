@@ -92,7 +92,6 @@ public:
 	[[nodiscard]] int32_t module_references() const { return module_references_; }
 	void get_module() { ++module_references_; }
 	void put_module();
-	[[nodiscard]] uint64_t next_random_seed();
 
 	// The control device's file: 0 or a negative error, and -6 while it is not registered; the dispatcher's result as
 	// it is. All four die if the module returns with a lock held.
@@ -117,7 +116,6 @@ public:
 private:
 	bool loaded_ = false;
 	std::atomic<int32_t> module_references_ = 0;
-	std::atomic<uint64_t> random_seeds_ = 0;
 	mutable std::mutex events_mutex_;
 	std::vector<Event> events_;
 	std::map<Event, std::function<void()>> actions_;

@@ -85,6 +85,11 @@ int64_t cp_wall_clock_seconds(void)
 	return Machine::current().clock.seconds();
 }
 
+uint64_t cp_random_seed(void)
+{
+	return 0x9e3779b97f4a7c15;
+}
+
 enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
 {
 	const std::optional<Device> device = Machine::current().devices.find(name);
@@ -231,12 +236,6 @@ void cp_free_large_after_readers(struct cp_deferred_free *memory)
 	might_sleep("cp_free_large_after_readers");
 	captive_portal::host::wait_for_readers();
 	Machine::current().memory.free_large(memory);
-}
-
-// The same numbers each time, so that every run of a test is alike.
-uint64_t cp_random_seed(void)
-{
-	return Machine::current().next_random_seed();
 }
 
 void cp_yield_processor(void)

@@ -171,7 +171,7 @@ class GatekeeperNoRow : public ::testing::TestWithParam<const char *>
 INSTANTIATE_TEST_SUITE_P(Names, GatekeeperNoRow,
 			 ::testing::Values("wlan-1-0", "wlan-1-25", "wlan-4-1", "wlan-0-1", "wlan-3-9", "wlan-9-9",
 					   "wlan", "wlan0", "wlan-", "wlan-1", "wlan-1-", "wlan-a-b", "wlan-+1-1",
-					   "wlan-0x1-1", "wlan1-1", "wlan-1 -1",
+					   "wlan-0x1-1", "wlan1-1", "wlan-1 -1", "wlan-1x1", "wlan-1.1",
 					   // OWE companions: without a mapping, and of radios that do not exist.
 					   "wlan-1-14", "wlan-2-15", "wlan-3-16", "wlan-4-14", "wlan-0-14"));
 
