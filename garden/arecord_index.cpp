@@ -14,7 +14,6 @@ constexpr uint32_t chains = 4096;
 constexpr uint32_t hash_bits = 32;
 constexpr uint32_t chain_bits = 12;
 static_assert(1U << chain_bits == chains);
-static_assert(ARECORD_LIMIT / chains == 4);
 
 constinit dns_arecord *chain_of_hash[chains] = {};
 constinit uint32_t indexed_entries = 0;
