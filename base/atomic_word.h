@@ -27,6 +27,7 @@ template <typename T> inline void store_word(T &word, T value)
 // later reads after it.
 template <typename T> [[nodiscard]] inline T load_word_acquire(const T &word)
 {
+	// NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer is a word.
 	static_assert(sizeof(T) <= sizeof(uint64_t));
 	T value;
 	__atomic_load(&word, &value, __ATOMIC_ACQUIRE);
@@ -35,6 +36,7 @@ template <typename T> [[nodiscard]] inline T load_word_acquire(const T &word)
 
 template <typename T> inline void store_word_release(T &word, T value)
 {
+	// NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer is a word.
 	static_assert(sizeof(T) <= sizeof(uint64_t));
 	__atomic_store(&word, &value, __ATOMIC_RELEASE);
 }

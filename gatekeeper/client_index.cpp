@@ -80,14 +80,14 @@ ClientSlot *ClientIndex::prepare(const MacAddress &mac)
 	return slot;
 }
 
-void ClientIndex::add(ClientSlot &slot, uint32_t row, uint32_t lists)
+void ClientIndex::add(ClientSlot *slot, uint32_t row, uint32_t lists)
 {
 	const Marks marks = marks_of(row, lists);
-	if ((slot.words[0] | slot.words[1]) == 0) {
+	if ((slot->words[0] | slot->words[1]) == 0) {
 		++listed_;
 	}
 	for (uint32_t i = 0; i < 2; ++i) {
-		store_word_release(slot.words[i], slot.words[i] | marks.words[i]);
+		store_word_release(slot->words[i], slot->words[i] | marks.words[i]);
 	}
 }
 

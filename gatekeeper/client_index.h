@@ -67,9 +67,10 @@ public:
 	// the next call of this, of tidy() or of release(). Changes nothing that a reader sees. May sleep.
 	[[nodiscard]] ClientSlot *prepare(const MacAddress &mac);
 
-	// Writer, inside a write section unless the lists are hidden: puts an address on lists of a row, takes it off.
+	// Writer, inside a write section unless the lists are hidden: puts the address of a slot that prepare() gave on lists of
+	// a row, takes an address off.
 	// `row` does not matter for the MIREL lists.
-	void add(ClientSlot &slot, uint32_t row, uint32_t lists);
+	void add(ClientSlot *slot, uint32_t row, uint32_t lists);
 	void remove(const MacAddress &mac, uint32_t row, uint32_t lists);
 
 	// Writer: lists of rows that readers take for empty. Hiding takes a write section, showing takes none: the lists

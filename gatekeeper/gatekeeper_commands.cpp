@@ -203,7 +203,7 @@ struct Operands {
 		operands.slot = client_index.prepare(MacAddress::from(record.mac));
 	}
 	// Without its place in the index a node is of no use.
-	if (operands.slot == nullptr) {
+	if (operands.node == nullptr || operands.slot == nullptr) {
 		cp_free(operands.node);
 		cp_log(CP_LOG_DEBUG, "[gatekeeper] kmalloc fail(%s)(%d) \n", handler_name, command.kmalloc_number);
 		return false;
@@ -269,7 +269,7 @@ void append_to_list(MacList &list, ClientLists::List name, const Operands &opera
 {
 	list.append(operands.node);
 	const ClientWriteSection section;
-	client_index.add(*operands.slot, operands.first_row, name);
+	client_index.add(operands.slot, operands.first_row, name);
 }
 
 void remove_from_list(MacList &list, ClientLists::List name, const MacAddress &mac, uint32_t row)
@@ -283,14 +283,13 @@ void remove_from_list(MacList &list, ClientLists::List name, const MacAddress &m
 }
 
 // From black to white in one moment.
-void append_to_mirel_white_list(const Operands &operands)
+void append_to_mirel_white_list(const MacAddress &mac, const Operands &operands)
 {
-	const MacAddress mac = operands.node->mac;
 	const uint32_t left = take_from_list(mirel_black_list, ClientLists::mirel_black, mac);
 	mirel_white_list.append(operands.node);
 	const ClientWriteSection section;
 	client_index.remove(mac, 0, left);
-	client_index.add(*operands.slot, 0, ClientLists::mirel_white);
+	client_index.add(operands.slot, 0, ClientLists::mirel_white);
 }
 
 // From the black list too, deliberately: the address is then on neither.
@@ -355,7 +354,7 @@ void act(const SetCommand &command, const gk_cmd &record, const Operands &operan
 		remove_from_list(mirel_black_list, ClientLists::mirel_black, mac, 0);
 		return;
 	case append_mirel_white:
-		append_to_mirel_white_list(operands);
+		append_to_mirel_white_list(mac, operands);
 		return;
 	case remove_mirel_white:
 		remove_from_mirel_white_list(mac);
