@@ -9,12 +9,42 @@
 namespace captive_portal
 {
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define CP_ATOMIC_READS
+#endif
+#elif defined(__SANITIZE_THREAD__)
+#define CP_ATOMIC_READS
+#endif
+
+template <size_t size> struct NumberOfSize;
+template <> struct NumberOfSize<1> {
+	using Type = uint8_t;
+};
+template <> struct NumberOfSize<2> {
+	using Type = uint16_t;
+};
+template <> struct NumberOfSize<4> {
+	using Type = uint32_t;
+};
+template <> struct NumberOfSize<8> {
+	using Type = uint64_t;
+};
+
+// A compiler reads all other memory anew after an atomic operation, with all that it knew about a packet. So the word is
+// read as a volatile number of its size, as a kernel reads it; the thread sanitizer knows atomic operations alone.
 template <typename T> [[nodiscard]] inline T load_word(const T &word)
 {
-	static_assert(sizeof(T) <= sizeof(uint64_t));
+#ifdef CP_ATOMIC_READS
 	T value;
 	__atomic_load(&word, &value, __ATOMIC_RELAXED);
 	return value;
+#else
+	struct [[gnu::may_alias]] Word {
+		typename NumberOfSize<sizeof(T)>::Type number;
+	};
+	return __builtin_bit_cast(T, reinterpret_cast<const volatile Word *>(&word)->number);
+#endif
 }
 
 template <typename T> inline void store_word(T &word, T value)
@@ -23,15 +53,18 @@ template <typename T> inline void store_word(T &word, T value)
 	__atomic_store(&word, &value, __ATOMIC_RELAXED);
 }
 
-// The same with order: whoever acquires a word that was released sees all that was written before it, and makes its
-// later reads after it.
+// The same with order: whoever acquires a word that was released sees all that was written before it, and makes later
+// reads after it: those of load_word() and of this, and those through the word if it is a pointer. An x86 processor orders
+// all its reads so, and a compiler leaves volatile ones in their order.
 template <typename T> [[nodiscard]] inline T load_word_acquire(const T &word)
 {
-	// NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer is a word.
-	static_assert(sizeof(T) <= sizeof(uint64_t));
+#if defined(__x86_64__) && !defined(CP_ATOMIC_READS)
+	return load_word(word);
+#else
 	T value;
 	__atomic_load(&word, &value, __ATOMIC_ACQUIRE);
 	return value;
+#endif
 }
 
 template <typename T> inline void store_word_release(T &word, T value)
@@ -39,6 +72,16 @@ template <typename T> inline void store_word_release(T &word, T value)
 	// NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer is a word.
 	static_assert(sizeof(T) <= sizeof(uint64_t));
 	__atomic_store(&word, &value, __ATOMIC_RELEASE);
+}
+
+// A word of any alignment, read once. Beside a writer it may be half old and half new.
+[[nodiscard]] inline uint64_t load_unaligned_word(const char *bytes)
+{
+	struct [[gnu::packed, gnu::may_alias]] Word
+	{
+		uint64_t value;
+	};
+	return static_cast<const volatile Word *>(static_cast<const void *>(bytes))->value;
 }
 
 // An interface name that is read without a lock: two words, each whole, so a reader that meets a writer may see half of

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/atomic_word.h"
+#include "base/byte_order.h"
 #include "base/field.h"
 #include "base/text.h"
 #include "captive_portal/interface_index.h"
@@ -23,27 +24,28 @@ struct InterfaceNumbers {
 
 inline constexpr uint32_t not_a_plain_name = 1u << 31;
 
-// cp_interface_index() of a name that is "wlan-" with one digit, '-' and one digit, and no third digit behind them;
-// not_a_plain_name for any other, which scan_interface_name() may still read. Reads a character once at most, and none
-// behind the name's NUL, so the name may be changed meanwhile.
+// cp_interface_index() of a name that is "wlan-", a digit from 0 to 3, '-', one digit, and nothing else; not_a_plain_name
+// for any other, which scan_interface_name() may still read. `name` is a field of CP_INTERFACE_NAME_SIZE bytes with its
+// NUL. It may be changed meanwhile: then the index is that of the old name, of the new one, or of a mixture of both.
 [[nodiscard]] inline uint32_t plain_interface_index(const char *name)
 {
-	const auto is = [name](size_t index, char character) { return load_word(name[index]) == character; };
-	const auto digit_at = [name](size_t index) {
-		return static_cast<uint32_t>(static_cast<uint8_t>(load_word(name[index]))) - '0';
-	};
-	if (!is(0, 'w') || !is(1, 'l') || !is(2, 'a') || !is(3, 'n') || !is(4, '-')) {
+	constexpr uint64_t pattern = [] {
+		uint64_t word = 0;
+		for (size_t i = 0; i < sizeof(word); ++i) {
+			word |= uint64_t{static_cast<uint8_t>("wlan-0-0"[i])} << 8 * i;
+		}
+		return word;
+	}();
+	constexpr uint32_t radio_place = 8 * 5;
+	constexpr uint32_t vap_place = 8 * 7;
+	constexpr uint64_t digits = uint64_t{3} << radio_place | uint64_t{15} << vap_place;
+	// The digits become their values, a character behind the last one more than 9, and the other characters 0.
+	const uint64_t differences = load_unaligned_word(name) ^ pattern;
+	const auto vap = static_cast<uint32_t>(differences >> vap_place);
+	if ((differences & ~digits) != 0 || vap > 9 || load_word(name[8]) != '\0') {
 		return not_a_plain_name;
 	}
-	const uint32_t radio = digit_at(5);
-	if (radio > 9 || !is(6, '-')) {
-		return not_a_plain_name;
-	}
-	const uint32_t vap = digit_at(7);
-	if (vap > 9 || digit_at(8) <= 9) {
-		return not_a_plain_name;
-	}
-	return cp_interface_index(radio, vap);
+	return cp_interface_index(static_cast<uint32_t>(differences >> radio_place & 3), vap);
 }
 
 // Row 0..23 that the name selects, missing when there is none. Only the combined index is checked.

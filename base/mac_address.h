@@ -17,18 +17,20 @@ struct MacAddress {
 		return mac;
 	}
 
-	// The six bytes as one number: for comparing and hashing.
+	// The six bytes as one number, for comparing and hashing. Its last 16 bits are 0: so a packet's address is one read
+	// with the two bytes behind it, and a shift.
 	[[nodiscard]] uint64_t word() const
 	{
 		uint64_t word = 0;
 		__builtin_memcpy(&word, bytes, sizeof(bytes));
-		return word;
+		return word << unused_bits;
 	}
+	static constexpr uint32_t unused_bits = 16;
 
 	// Broadcast addresses are group addresses too.
 	[[nodiscard]] bool is_group() const { return is_group(word()); }
 	// Of an address that word() has given.
-	[[nodiscard]] static constexpr bool is_group(uint64_t word) { return word & 1; }
+	[[nodiscard]] static constexpr bool is_group(uint64_t word) { return (word >> unused_bits & 1) != 0; }
 	[[nodiscard]] constexpr bool is_zero() const { return *this == MacAddress{}; }
 
 	friend constexpr bool operator==(const MacAddress &a, const MacAddress &b)

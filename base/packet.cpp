@@ -31,11 +31,12 @@ Field<uint8_t> Packet::ip_version() const
 	return first.has_value() ? Field<uint8_t>(static_cast<uint8_t>(first.value() >> 4)) : Field<uint8_t>();
 }
 
-uint32_t Packet::transport_offset_of_cut_header(const cp_packet &packet)
+uint32_t Packet::transport_offset_of_cut_header(const cp_packet *packet)
 {
-	const Field<uint8_t> first =
-		field_at<uint8_t>(packet.network, packet.network_bytes, Offset::version_and_header_length);
-	const Field<be16> fragment = field_at<be16>(packet.network, packet.network_bytes, Offset::fragment);
+	const Field<uint8_t> first = field_at<uint8_t>(cp_packet_network(packet), cp_packet_network_bytes(packet),
+						       Offset::version_and_header_length);
+	const Field<be16> fragment =
+		field_at<be16>(cp_packet_network(packet), cp_packet_network_bytes(packet), Offset::fragment);
 	if (!first.has_value() || (fragment.has_value() && Ipv4Header::is_later_fragment(fragment.value()))) {
 		return beyond_any_packet;
 	}
@@ -60,7 +61,7 @@ Field<int32_t> Packet::udp_payload_bytes() const
 		return {};
 	}
 	// A packet that ends inside the UDP header has less than nothing behind it.
-	const int64_t present = int64_t{packet_.network_length} - transport_offset() - Offset::udp_payload;
+	const int64_t present = int64_t{cp_packet_network_length(packet_)} - transport_offset() - Offset::udp_payload;
 	const int32_t said = udp_length.value().host() - static_cast<int32_t>(Offset::udp_payload);
 	return present < said ? static_cast<int32_t>(present) : said;
 }
@@ -73,22 +74,22 @@ bool Packet::is_rewritable() const
 
 void WritablePacket::write_ethernet(uint32_t offset, const MacAddress &mac)
 {
-	write_unaligned(const_cast<uint8_t *>(packet_.ethernet) + offset, mac);
+	write_unaligned(const_cast<uint8_t *>(cp_packet_ethernet(packet_)) + offset, mac);
 }
 
 void WritablePacket::write_end(uint32_t address_offset, uint32_t port_offset, Ipv4Address address, be16 port)
 {
-	uint8_t *const network = const_cast<uint8_t *>(packet_.network);
+	uint8_t *const network = const_cast<uint8_t *>(cp_packet_network(packet_));
 	const uint32_t transport = Ipv4Header::bytes(network[Offset::version_and_header_length]);
 	const auto old_address = read_unaligned<Ipv4Address>(network + address_offset);
 	const auto old_port = read_unaligned<be16>(network + transport + port_offset);
 
 	write_unaligned(network + address_offset, address);
 	write_unaligned(network + transport + port_offset, port);
-	cp_packet_replace_checksum(&packet_, transport + Offset::tcp_checksum, old_address.raw, address.raw,
+	cp_packet_replace_checksum(packet_, transport + Offset::tcp_checksum, old_address.raw, address.raw,
 				   CP_CHECKSUM_PSEUDO_HEADER);
 	// The ports as 32-bit numbers: the checksum of a zero-extended value is that of the value.
-	cp_packet_replace_checksum(&packet_, transport + Offset::tcp_checksum, old_port.raw, port.raw,
+	cp_packet_replace_checksum(packet_, transport + Offset::tcp_checksum, old_port.raw, port.raw,
 				   CP_CHECKSUM_PAYLOAD);
 }
 
@@ -104,7 +105,7 @@ void WritablePacket::write_source(Ipv4Address address, be16 port)
 
 void WritablePacket::finish_ipv4_header()
 {
-	uint8_t *const network = const_cast<uint8_t *>(packet_.network);
+	uint8_t *const network = const_cast<uint8_t *>(cp_packet_network(packet_));
 	const uint32_t bytes = Ipv4Header::bytes(network[Offset::version_and_header_length]);
 	write_unaligned(network + Offset::header_checksum, ipv4_header_checksum(network, bytes));
 }

@@ -6,7 +6,7 @@
 #include "base/bounded_read.h"
 #include "base/mac_address.h"
 #include "base/memory.h"
-#include "platform/platform.h"
+#include "platform/packet_fields.h"
 
 namespace captive_portal
 {
@@ -88,30 +88,34 @@ public:
 	// Computes the IPv4 header checksum anew over the whole header, options included.
 	void finish_ipv4_header();
 
-	void set_host() { cp_packet_set_host(&packet_); }
+	void set_host() { cp_packet_set_host(packet_); }
 
 private:
 	friend class Packet;
-	explicit WritablePacket(cp_packet &packet) : packet_(packet) {}
+	explicit WritablePacket(cp_packet *packet) : packet_(packet) {}
 
 	void write_ethernet(uint32_t offset, const MacAddress &mac);
 	void write_end(uint32_t address_offset, uint32_t port_offset, Ipv4Address address, be16 port);
 
-	cp_packet &packet_;
+	cp_packet *packet_;
 };
 
-// Reads go through the platform's pointers each time and give values, so none outlives a move of the packet's data.
+// A packet and the devices of a hook's call: two pointers, to be passed by value. Reads go through the platform's fields each
+// time and give values, so none outlives a move of the packet's data.
 class Packet
 {
 public:
-	explicit Packet(cp_packet &packet) : packet_(packet) {}
+	Packet(cp_packet *packet, const cp_ports *ports) : packet_(packet), ports_(ports) {}
+
+	// The packet alone, where nobody asks for the devices any more: one pointer less to keep.
+	[[nodiscard]] Packet without_ports() const { return {packet_, nullptr}; }
 
 	// Names of the ingress and egress device, null where the hook has none.
-	[[nodiscard]] const char *in_name() const { return packet_.in_name; }
-	[[nodiscard]] const char *out_name() const { return packet_.out_name; }
+	[[nodiscard]] const char *in_name() const { return cp_in_name(ports_); }
+	[[nodiscard]] const char *out_name() const { return cp_out_name(ports_); }
 
-	[[nodiscard]] uint32_t mark() const { return packet_.mark; }
-	void set_mark(uint32_t mark) { packet_.mark = mark; }
+	[[nodiscard]] uint32_t mark() const { return cp_packet_mark(packet_); }
+	void set_mark(uint32_t mark) { cp_packet_mark(packet_) = mark; }
 
 	[[nodiscard]] Field<EtherType> ether_type() const
 	{
@@ -119,15 +123,15 @@ public:
 		return type.has_value() ? Field<EtherType>(static_cast<EtherType>(type.value().host())) :
 					  Field<EtherType>();
 	}
-	[[nodiscard]] Field<MacAddress> source_mac() const { return ethernet_field<MacAddress>(Offset::source_mac); }
-	// The same as MacAddress::word() gives it.
+	// As MacAddress::word() gives it.
 	[[nodiscard]] Field<uint64_t> source_mac_word() const
 	{
-		if (packet_.ethernet_bytes < Offset::source_mac + sizeof(MacAddress)) {
-			return {};
+		const Field<uint64_t> with_ether_type = ethernet_field<uint64_t>(Offset::source_mac);
+		if (with_ether_type.has_value()) {
+			return with_ether_type.value() << MacAddress::unused_bits;
 		}
-		const uint8_t *const mac = packet_.ethernet + Offset::source_mac;
-		return read_unaligned<uint32_t>(mac) | uint64_t{read_unaligned<uint16_t>(mac + sizeof(uint32_t))} << 32;
+		const Field<MacAddress> mac = ethernet_field<MacAddress>(Offset::source_mac);
+		return mac.has_value() ? Field<uint64_t>(mac.value().word()) : Field<uint64_t>();
 	}
 	[[nodiscard]] Field<MacAddress> destination_mac() const
 	{
@@ -146,8 +150,17 @@ public:
 		return network_field<Ipv4Address>(Offset::destination_address);
 	}
 
+	// True when the Ethernet header and all fields of an IPv4 header without options are there.
+	[[nodiscard]] bool has_headers() const
+	{
+		return cp_packet_ethernet_bytes(packet_) >= Offset::ether_type + sizeof(be16) && has_ipv4_header();
+	}
+
 	// True when all fields of an IPv4 header without options are there.
-	[[nodiscard]] bool has_ipv4_header() const { return packet_.network_bytes >= Ipv4Header::minimal_bytes; }
+	[[nodiscard]] bool has_ipv4_header() const
+	{
+		return cp_packet_network_bytes(packet_) >= Ipv4Header::minimal_bytes;
+	}
 
 	// True when the packet is a fragment other than the first: it has no transport header, however long it is.
 	[[nodiscard]] bool is_later_fragment() const
@@ -177,12 +190,12 @@ public:
 	template <typename Read> [[nodiscard]] bool read_udp_payload(uint32_t bytes, Read read) const
 	{
 		const uint32_t offset = transport_offset() + Offset::udp_payload;
-		if (offset + bytes <= packet_.network_bytes) {
-			read(packet_.network + offset);
+		if (offset + bytes <= cp_packet_network_bytes(packet_)) {
+			read(cp_packet_network(packet_) + offset);
 			return true;
 		}
 		const Owned<uint8_t> copy(cp_zalloc_atomic(bytes));
-		if (!copy || cp_packet_copy(&packet_, offset, copy.get(), bytes) != 0) {
+		if (!copy || cp_packet_copy(packet_, offset, copy.get(), bytes) != 0) {
 			return false;
 		}
 		read(copy.get());
@@ -197,7 +210,7 @@ public:
 	// as it was, when memory is short.
 	template <typename Rewrite> [[nodiscard]] bool make_writable(Rewrite rewrite)
 	{
-		if (cp_packet_make_writable(&packet_, transport_offset() + tcp_header_bytes_to_checksum) != 0) {
+		if (cp_packet_make_writable(packet_, transport_offset() + tcp_header_bytes_to_checksum) != 0) {
 			return false;
 		}
 		WritablePacket writable(packet_);
@@ -210,11 +223,11 @@ private:
 
 	template <typename T> [[nodiscard]] Field<T> ethernet_field(uint32_t offset) const
 	{
-		return field_at<T>(packet_.ethernet, packet_.ethernet_bytes, offset);
+		return field_at<T>(cp_packet_ethernet(packet_), cp_packet_ethernet_bytes(packet_), offset);
 	}
 	template <typename T> [[nodiscard]] Field<T> network_field(uint32_t offset) const
 	{
-		return field_at<T>(packet_.network, packet_.network_bytes, offset);
+		return field_at<T>(cp_packet_network(packet_), cp_packet_network_bytes(packet_), offset);
 	}
 	template <typename T> [[nodiscard]] Field<T> transport_field(uint32_t offset) const
 	{
@@ -230,13 +243,15 @@ private:
 		if (!has_ipv4_header()) [[unlikely]] {
 			return transport_offset_of_cut_header(packet_);
 		}
-		return Ipv4Header::is_later_fragment(read_unaligned<be16>(packet_.network + Offset::fragment)) ?
+		return Ipv4Header::is_later_fragment(
+			       read_unaligned<be16>(cp_packet_network(packet_) + Offset::fragment)) ?
 			       beyond_any_packet :
-			       Ipv4Header::bytes(packet_.network[Offset::version_and_header_length]);
+			       Ipv4Header::bytes(cp_packet_network(packet_)[Offset::version_and_header_length]);
 	}
-	[[nodiscard]] static uint32_t transport_offset_of_cut_header(const cp_packet &packet);
+	[[nodiscard]] static uint32_t transport_offset_of_cut_header(const cp_packet *packet);
 
-	cp_packet &packet_;
+	cp_packet *packet_;
+	const cp_ports *ports_;
 };
 
 } // namespace captive_portal

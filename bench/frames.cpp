@@ -12,7 +12,7 @@ namespace captive_portal::bench
 namespace
 {
 
-cp_verdict accept_all(cp_packet *)
+cp_verdict accept_all(cp_packet *, const cp_ports *)
 {
 	return CP_ACCEPT;
 }
@@ -60,13 +60,13 @@ void FrameCase::run(uint32_t number)
 		if (hook == nullptr) {
 			break;
 		}
-		verdict_ = hook(slot.arrived.view());
+		verdict_ = hook(slot.arrived.view(), slot.arrived.ports());
 		if (verdict_ == CP_DROP) {
 			return;
 		}
 	}
 	if (parts_.hooks.at_post_routing != nullptr) {
-		verdict_ = parts_.hooks.at_post_routing(slot.leaving.view());
+		verdict_ = parts_.hooks.at_post_routing(slot.leaving.view(), slot.leaving.ports());
 	}
 }
 
@@ -75,7 +75,7 @@ void FrameCase::verify()
 	const bool arrives = parts_.hooks.at_pre_routing[0] != nullptr;
 	FlatPacket &packet = arrives ? slots_[0]->arrived : slots_[0]->leaving;
 	require(verdict_ == parts_.verdict, "a frame met another verdict");
-	require(packet.state().mark == parts_.mark, "a frame has another mark");
+	require(packet.mark() == parts_.mark, "a frame has another mark");
 	const bool changed = std::memcmp(packet.bytes(), first_frame_.data(), first_frame_.size()) != 0;
 	require(changed == parts_.rewritten, "a frame was rewritten, or was not");
 	require(packet.is_for_host() == (parts_.rewritten && arrives), "a frame is for this machine, or is not");

@@ -21,7 +21,7 @@ using test::Frame;
 using test::FrameBuilder;
 using test::Host;
 
-using Hook = cp_verdict (*)(cp_packet *);
+using Hook = cp_verdict (*)(cp_packet *, const cp_ports *);
 
 // The hooks that a frame meets in turn; the last ends at null. They are read when a case is run, so that a compiler
 // cannot see which they are.

@@ -146,10 +146,10 @@ void FlatPacket::arrive(std::span<const uint8_t> frame, const char *in_name, con
 		 .network = bytes_.data() + ethernet_header_bytes,
 		 .network_bytes = network,
 		 .network_length = network,
-		 .mark = 0,
-		 .in_name = in_name,
-		 .out_name = out_name,
+		 .mark = &mark_,
 		 .buffer = this};
+	ports_ = {in_name, out_name};
+	mark_ = 0;
 	for_host_ = false;
 }
 

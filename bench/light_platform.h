@@ -11,7 +11,7 @@
 #include <span>
 
 #include "captive_portal/control.h"
-#include "platform/platform.h"
+#include "platform/packet_fields.h"
 
 namespace captive_portal::bench
 {
@@ -34,14 +34,17 @@ public:
 	void arrive(std::span<const uint8_t> frame, const char *in_name, const char *out_name);
 
 	[[nodiscard]] cp_packet *view() { return &view_; }
+	[[nodiscard]] const cp_ports *ports() const { return &ports_; }
 	[[nodiscard]] uint8_t *bytes() { return bytes_.data(); }
-	[[nodiscard]] const cp_packet &state() const { return view_; }
+	[[nodiscard]] uint32_t mark() const { return mark_; }
 	[[nodiscard]] bool is_for_host() const { return for_host_; }
 	void set_host() { for_host_ = true; }
 
 private:
 	alignas(64) std::array<uint8_t, room> bytes_;
 	cp_packet view_;
+	cp_ports ports_;
+	uint32_t mark_;
 	bool for_host_;
 };
 

@@ -4,6 +4,7 @@
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
 #include "base/interface_name.h"
+#include "base/interface_numbers.h"
 #include "base/packet.h"
 #include "gatekeeper/client_tables.h"
 #include "portal/interface_table.h"
@@ -37,14 +38,6 @@ template <size_t count> bool is_one_of(Field<be16> port, const uint16_t (&ports)
 	return false;
 }
 
-// Whether `port`, which is not below the first of them, is a redirect port of any wireless interface.
-constexpr bool is_redirect_port(uint32_t port)
-{
-	const uint32_t radio = (port - CP_PORT_FIRST_INTERFACE_HTTP) / CP_PORT_STEP_PER_RADIO;
-	const uint32_t place = (port - CP_PORT_FIRST_INTERFACE_HTTP) % CP_PORT_STEP_PER_RADIO;
-	return radio < CP_RADIOS && (place < CP_VAPS_PER_RADIO || place - CP_PORT_HTTPS_STEP < CP_VAPS_PER_RADIO);
-}
-
 // The fixed ports that are closed to anybody: bit n is port first_closed_port + n.
 constexpr uint32_t first_closed_port = CP_PORT_LOGOUT;
 constexpr uint32_t closed_ports = [] {
@@ -64,21 +57,21 @@ bool may_be_closed(Field<be16> port)
 	if (!port.has_value()) {
 		return false;
 	}
-	const uint32_t number = port.value().host();
+	const uint16_t number = port.value().host();
 	if (number >= CP_PORT_FIRST_INTERFACE_HTTP) {
-		return is_redirect_port(number);
+		return interface_of_port(number) != no_interface;
 	}
 	const uint32_t place = number - first_closed_port;
 	return (place < 32 && (closed_ports >> place & 1) != 0) || number == 0;
 }
 
 // Missing when the packet is not TCP: it then equals no port.
-Field<be16> tcp_destination_port(const Packet &packet)
+Field<be16> tcp_destination_port(Packet packet)
 {
 	return packet.protocol() == IpProtocol::tcp ? packet.destination_port() : Field<be16>();
 }
 
-bool is_for_access_point(const Packet &packet)
+bool is_for_access_point(Packet packet)
 {
 	const Field<Ipv4Address> destination = packet.destination_address();
 	return destination.has_value() && is_dst_ap(destination.value());
@@ -100,27 +93,42 @@ bool is_redirect_port_of_another(uint32_t own, Field<be16> port)
 	return false;
 }
 
-// The TCP destination port of an IPv4 packet to the access point's own address, if it is one that somebody is kept from:
-// the bridge is asked for its address for these alone.
-Field<be16> guarded_port(const Packet &packet, Field<EtherType> type)
+// Whether the frame goes to a TCP port that somebody is kept from, if it goes to the access point: the bridge is asked for
+// its address for these ports alone.
+bool may_reach_closed_port(Packet packet)
 {
-	if (type != EtherType::ipv4) {
-		return {};
-	}
-	const Field<be16> port = tcp_destination_port(packet);
-	return may_be_closed(port) && is_for_access_point(packet) ? port : Field<be16>();
+	return packet.ether_type() == EtherType::ipv4 && may_be_closed(tcp_destination_port(packet));
 }
 
-cp_verdict judge_wired(const Packet &packet, Field<EtherType> type)
+bool is_closed_to_wired_side(Packet packet)
 {
-	const Field<be16> port = guarded_port(packet, type);
-	if (!port.has_value()) {
-		return CP_ACCEPT;
+	const Field<be16> port = tcp_destination_port(packet);
+	return is_for_access_point(packet) && (is_one_of(port, ports_closed_to_wired_side) ||
+					       is_redirect_port_of_another(CP_WIRELESS_INTERFACES, port));
+}
+
+// No lock: a mode or a port that changes meanwhile holds from the next frame on.
+bool is_closed_to_interface(Packet packet, uint32_t index)
+{
+	if (!is_for_access_point(packet)) {
+		return false;
 	}
-	if (is_one_of(port, ports_closed_to_wired_side) || is_redirect_port_of_another(CP_WIRELESS_INTERFACES, port)) {
-		return CP_DROP;
-	}
-	return CP_ACCEPT;
+	const Field<be16> port = tcp_destination_port(packet);
+	const bool has_portal = load_word(captive_portal_table[index].cp_mode) != CP_MODE_OFF;
+	return (!has_portal && is_one_of(port, ports_closed_without_portal)) ||
+	       is_redirect_port_of_another(index, port);
+}
+
+// What few frames meet is in functions of its own that end the hook: so the others save no register.
+
+[[gnu::noinline]] cp_verdict judge_wired_at_guarded_port(Packet packet)
+{
+	return is_closed_to_wired_side(packet) ? CP_DROP : CP_ACCEPT;
+}
+
+cp_verdict judge_wired(Packet packet)
+{
+	return may_reach_closed_port(packet) ? judge_wired_at_guarded_port(packet) : CP_ACCEPT;
 }
 
 // Index of the row that a frame of the wireless interface `name` is judged by, outside the rows when there is none. A name
@@ -156,124 +164,120 @@ Text copy_name(char (&copy)[CP_INTERFACE_NAME_SIZE], const char *name)
 	return {copy, length};
 }
 
-// No lock: a mode or a port that changes meanwhile holds from the next frame on.
-bool reaches_closed_port(const Packet &packet, Field<EtherType> type, uint32_t index)
-{
-	const Field<be16> port = guarded_port(packet, type);
-	if (!port.has_value()) {
-		return false;
-	}
-	const bool has_portal = load_word(captive_portal_table[index].cp_mode) != CP_MODE_OFF;
-	return (!has_portal && is_one_of(port, ports_closed_without_portal)) ||
-	       is_redirect_port_of_another(index, port);
-}
-
-bool is_dhcp(const Packet &packet)
+bool is_dhcp(Packet packet)
 {
 	constexpr be16 client_port = be16::from_host(CP_PORT_DHCP_CLIENT);
 	return packet.protocol() == IpProtocol::udp &&
 	       (packet.destination_port() == client_port || packet.source_port() == client_port);
 }
 
-enum class Judgement {
-	accept,
-	drop,
-	// Admitted by login or authorisation: accepted, with a mark if it goes to the logout address.
-	accept_admitted,
-	drop_unknown_behavior,
-};
-
-Judgement judge_disconnected(const Packet &packet, uint32_t behavior)
+[[gnu::noinline, gnu::cold]] cp_verdict drop_for_unknown_behavior()
 {
-	switch (behavior) {
-	case OVRA_PASS_ALL:
-		return Judgement::accept;
-	case OVRA_PASS_DHCP:
-		return is_dhcp(packet) ? Judgement::accept : Judgement::drop;
-	default:
-		return Judgement::drop_unknown_behavior;
-	}
-}
-
-// Weighs the client's MAC address in the tables; the first that lists it decides. Deliberately looks at no EtherType:
-// an IPv6 frame is tested against what lies at the places of an IPv4 header's fields.
-Judgement judge_client(Packet &packet, uint64_t mac, uint32_t index)
-{
-	const ClientStanding standing = standing_of(mac, index);
-
-	if (load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) != CP_MODE_OFF) {
-		if (standing.lists.has(ClientLists::mirel_white)) {
-			return Judgement::accept;
-		}
-		if (standing.lists.has(ClientLists::mirel_black)) {
-			packet.set_mark(MARK_MIREL_BLACK);
-			return Judgement::accept;
-		}
-	}
-	if (load_word(dns_filter_activate) != 0 && packet.protocol() == IpProtocol::tcp &&
-	    packet.destination_address() == load_word(dns_filter_addr)) {
-		packet.set_mark(MARK_DNS_FILTER);
-		return Judgement::accept;
-	}
-	if (standing.lists.has(ClientLists::login | ClientLists::auth)) {
-		return Judgement::accept_admitted;
-	}
-	if (standing.lists.has(ClientLists::white | ClientLists::ga_white | ClientLists::fallback)) {
-		return Judgement::accept;
-	}
-	if (standing.status == OVRA_DISCONNECTED) {
-		return judge_disconnected(packet, standing.behavior);
-	}
-	const cp_row &row = captive_portal_table[index];
-	if (load_word(row.cp_mode) != CP_MODE_OFF) {
-		packet.set_mark(load_word(row.mark));
-	}
-	return Judgement::accept;
-}
-
-bool goes_to_logout_address(const Packet &packet, uint32_t index)
-{
-	return packet.destination_address() == load_word(captive_portal_table[index].logout_address);
-}
-
-// An index outside the wireless rows: there is none for the port's name.
-cp_verdict judge_wireless(Packet &packet, Field<EtherType> type, uint64_t source, uint32_t index)
-{
-	if (type != EtherType::ipv4 && type != EtherType::ipv6) {
-		return CP_ACCEPT;
-	}
-	if (index >= CP_WIRELESS_INTERFACES) {
-		return CP_DROP;
-	}
-	if (reaches_closed_port(packet, type, index)) {
-		return CP_DROP;
-	}
-	// The source address lies before the EtherType, so it is there.
-	switch (judge_client(packet, source, index)) {
-	case Judgement::accept:
-		return CP_ACCEPT;
-	case Judgement::drop:
-		return CP_DROP;
-	case Judgement::accept_admitted:
-		if (goes_to_logout_address(packet, index)) {
-			packet.set_mark(MARK_LOGOUT);
-		}
-		return CP_ACCEPT;
-	case Judgement::drop_unknown_behavior:
-		break;
-	}
 	if (debug_level_reaches(1)) {
 		cp_log(CP_LOG_DEBUG, "[gatekeeper]ebt_gate_keeper: Unknow OVRA disconnection behavior, return\n");
 	}
 	return CP_DROP;
 }
 
-} // namespace
-
-cp_verdict ebt_gate_keeper(cp_packet *raw)
+[[gnu::noinline]] cp_verdict judge_disconnected(Packet packet, uint32_t behavior)
 {
-	Packet packet(*raw);
+	switch (behavior) {
+	case OVRA_PASS_ALL:
+		return CP_ACCEPT;
+	case OVRA_PASS_DHCP:
+		return is_dhcp(packet) ? CP_ACCEPT : CP_DROP;
+	default:
+		return drop_for_unknown_behavior();
+	}
+}
 
+// The first table that lists the client's MAC address decides. Deliberately looks at no EtherType: an IPv6 frame is tested
+// against what lies at the places of an IPv4 header's fields.
+cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t index)
+{
+	const ClientLists lists = standing.lists();
+	const cp_row &row = captive_portal_table[index];
+
+	if (load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) != CP_MODE_OFF) {
+		if (lists.has(ClientLists::mirel_white)) {
+			return CP_ACCEPT;
+		}
+		if (lists.has(ClientLists::mirel_black)) {
+			packet.set_mark(MARK_MIREL_BLACK);
+			return CP_ACCEPT;
+		}
+	}
+	if (load_word(dns_filter_activate) != 0 && packet.protocol() == IpProtocol::tcp &&
+	    packet.destination_address() == load_word(dns_filter_addr)) {
+		packet.set_mark(MARK_DNS_FILTER);
+		return CP_ACCEPT;
+	}
+	if (lists.has(ClientLists::login | ClientLists::auth)) {
+		if (packet.destination_address() == load_word(row.logout_address)) {
+			packet.set_mark(MARK_LOGOUT);
+		}
+		return CP_ACCEPT;
+	}
+	if (lists.has(ClientLists::white | ClientLists::ga_white | ClientLists::fallback)) {
+		return CP_ACCEPT;
+	}
+	if (standing.is_disconnected()) {
+		return judge_disconnected(packet, standing.behavior());
+	}
+	if (load_word(row.cp_mode) != CP_MODE_OFF) {
+		packet.set_mark(load_word(row.mark));
+	}
+	return CP_ACCEPT;
+}
+
+// The source address lies before the EtherType, so it is there.
+uint64_t source_of(Packet packet)
+{
+	return packet.source_mac_word().value();
+}
+
+[[gnu::noinline]] cp_verdict judge_beside_command(Packet packet, uint32_t index)
+{
+	return judge_by_standing(packet, standing_of(source_of(packet), index), index);
+}
+
+cp_verdict judge_client(Packet packet, uint32_t index)
+{
+	const uint64_t count = client_sequence.begin_reading();
+	const ClientStanding standing =
+		standing_by_lists(client_index.lists_when_shown(source_of(packet), index), index);
+	return client_sequence.was_plain_since(count) ? judge_by_standing(packet, standing, index) :
+							judge_beside_command(packet, index);
+}
+
+[[gnu::noinline]] cp_verdict judge_at_guarded_port(Packet packet, uint32_t index)
+{
+	return is_closed_to_interface(packet, index) ? CP_DROP : judge_client(packet, index);
+}
+
+// An index outside the wireless rows: there is none for the port's name.
+cp_verdict judge_wireless(Packet packet, uint32_t index)
+{
+	const Field<EtherType> type = packet.ether_type();
+	if (type != EtherType::ipv4 && type != EtherType::ipv6) {
+		return CP_ACCEPT;
+	}
+	if (index >= CP_WIRELESS_INTERFACES) {
+		return CP_DROP;
+	}
+	return may_reach_closed_port(packet) ? judge_at_guarded_port(packet, index) : judge_client(packet, index);
+}
+
+// Of a device whose name is not plain. By a copy of the name: the device may be renamed meanwhile.
+[[gnu::noinline]] cp_verdict judge_by_copied_name(Packet packet)
+{
+	char copy[CP_INTERFACE_NAME_SIZE];
+	const Text name = copy_name(copy, packet.in_name());
+	return starts_with(name, wireless_prefix) ? judge_wireless(packet, index_of_name(name)) : judge_wired(packet);
+}
+
+cp_verdict judge(Packet packet)
+{
 	const Field<EtherType> type = packet.ether_type();
 	if (type == EtherType::exempt_first || type == EtherType::exempt_second) {
 		return CP_ACCEPT;
@@ -283,17 +287,25 @@ cp_verdict ebt_gate_keeper(cp_packet *raw)
 		return CP_DROP;
 	}
 	if (packet.in_name() == nullptr) {
-		return judge_wired(packet, type);
+		return judge_wired(packet);
 	}
-	const uint32_t plain = plain_interface_index(packet.in_name());
-	if (plain != not_a_plain_name) {
-		return judge_wireless(packet, type, source.value(), plain);
-	}
-	// A copy: the device may be renamed meanwhile.
-	char copy[CP_INTERFACE_NAME_SIZE];
-	const Text name = copy_name(copy, packet.in_name());
-	return starts_with(name, wireless_prefix) ? judge_wireless(packet, type, source.value(), index_of_name(name)) :
-						    judge_wired(packet, type);
+	const uint32_t index = plain_interface_index(packet.in_name());
+	return index != not_a_plain_name ? judge_wireless(packet.without_ports(), index) : judge_by_copied_name(packet);
+}
+
+[[gnu::noinline]] cp_verdict judge_any_frame(Packet packet)
+{
+	return judge(packet);
+}
+
+} // namespace
+
+// IPv4 that has its headers needs no question for each of their fields. One function, so that nothing is passed on or saved on
+// its way.
+[[gnu::flatten]] cp_verdict ebt_gate_keeper(cp_packet *raw, const cp_ports *ports)
+{
+	const Packet packet(raw, ports);
+	return packet.has_headers() && packet.ether_type() == EtherType::ipv4 ? judge(packet) : judge_any_frame(packet);
 }
 
 } // namespace captive_portal

@@ -9,6 +9,6 @@ namespace captive_portal
 
 // Bridge pre-routing, before the portal check. May set the packet's mark. Takes no lock, but
 // gatekeeper_lock where it meets commands twice.
-[[nodiscard]] cp_verdict ebt_gate_keeper(cp_packet *packet);
+extern "C" [[nodiscard]] cp_verdict ebt_gate_keeper(cp_packet *packet, const cp_ports *ports);
 
 } // namespace captive_portal

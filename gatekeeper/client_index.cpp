@@ -33,11 +33,14 @@ constexpr bool is_mostly_dead(uint64_t used_slots, uint64_t listed)
 } // namespace
 
 constinit ClientSlot ClientIndex::first_slots[first_capacity] = {};
-constinit ClientArray ClientIndex::first_array = {{}, first_capacity, first_slots};
+constinit ClientArray ClientIndex::first_array = {{}, first_capacity, first_slots, first_slots + first_capacity};
 constinit ClientIndex client_index;
 
-ClientLists ClientIndex::without_hidden(ClientLists lists, uint64_t hidden, uint32_t row)
+ClientLists ClientIndex::lists_of(uint64_t mac, uint32_t row) const
 {
+	// First: who sees the lists shown again then sees them empty.
+	const uint64_t hidden = load_word_acquire(hidden_);
+	const ClientLists lists = lists_when_shown(mac, row);
 	if ((hidden >> row & 1) == 0) {
 		return lists;
 	}
@@ -48,15 +51,8 @@ ClientIndex::Marks ClientIndex::marks_of(uint32_t row, uint32_t lists)
 {
 	const uint64_t of_all = uint64_t{lists >> ClientSlot::bits_of_row} << ClientSlot::mirel_shift;
 	Marks marks = {{of_all, of_all}};
-	marks.words[row / ClientSlot::rows_in_word] |= uint64_t{lists & ClientLists::of_row}
-						       << ClientSlot::bits_of_row * (row % ClientSlot::rows_in_word);
+	marks.words[ClientSlot::word_of(row)] |= uint64_t{lists & ClientLists::of_row} << ClientSlot::place_of(row);
 	return marks;
-}
-
-void ClientIndex::set_seed(uint64_t first, uint64_t second)
-{
-	seed_[0] = first;
-	seed_[1] = second;
 }
 
 ClientSlot *ClientIndex::prepare(const MacAddress &mac)
@@ -130,6 +126,7 @@ bool ClientIndex::rebuild()
 	const uint64_t slots = (bytes - sizeof(ClientArray)) / sizeof(ClientSlot);
 	array->capacity = slots - (slots % 2 == 0 ? 1 : 0);
 	array->slots = reinterpret_cast<ClientSlot *>(array + 1);
+	array->end = array->slots + array->capacity;
 	copy_to(*array);
 	replace(*array);
 	return true;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "base/atomic_word.h"
+#include "base/keyed_hash.h"
 #include "base/mac_address.h"
 #include "captive_portal/interface_index.h"
 #include "platform/platform.h"
@@ -37,7 +38,10 @@ struct ClientSlot {
 	uint64_t mac; // 0: no address yet
 	uint64_t words[2];
 
+	// Even rows in the first word, odd ones in the second: no question which half a row is of.
 	static constexpr uint32_t rows_in_word = CP_WIRELESS_INTERFACES / 2;
+	[[nodiscard]] static constexpr uint32_t word_of(uint32_t row) { return row % 2; }
+	[[nodiscard]] static constexpr uint32_t place_of(uint32_t row) { return bits_of_row * (row / 2); }
 	static constexpr uint32_t bits_of_row = 5;
 	static constexpr uint32_t mirel_shift = 60;
 	static_assert(ClientLists::of_row == (1 << bits_of_row) - 1 && rows_in_word * bits_of_row <= mirel_shift);
@@ -49,6 +53,7 @@ struct ClientArray {
 	cp_deferred_free deferred_free; // first: the platform's own
 	uint64_t capacity;              // odd, and above 64
 	ClientSlot *slots;
+	ClientSlot *end;
 };
 
 // Open addressing. A slot keeps its address as long as its array lives; an address without a list has
@@ -59,9 +64,8 @@ struct ClientArray {
 class ClientIndex
 {
 public:
-	// Writer: the numbers that the hash is keyed with, so that nobody can choose addresses that meet. Only while the
-	// index is empty.
-	void set_seed(uint64_t first, uint64_t second);
+	// Writer: what the hash is keyed with, so that nobody can choose addresses that meet. Only while the index is empty.
+	void set_seed(const HashSeed &seed) { seed_ = seed; }
 
 	// Writer: the slot of an address, made if it has none, or null when there is no memory for it. It is good until
 	// the next call of this, of tidy() or of release(). Changes nothing that a reader sees. May sleep.
@@ -85,19 +89,16 @@ public:
 	void release();
 
 	// Reader, or writer: the lists of a row that an address is on. `mac` is MacAddress::word().
-	[[nodiscard]] ClientLists lists_of(uint64_t mac, uint32_t row) const
+	[[nodiscard]] ClientLists lists_of(uint64_t mac, uint32_t row) const;
+	// The same for a reader who knows that no lists are hidden.
+	[[nodiscard, gnu::always_inline]] ClientLists lists_when_shown(uint64_t mac, uint32_t row) const
 	{
-		// First: who sees the lists shown again then sees them empty.
-		const uint64_t hidden = load_word_acquire(hidden_);
 		const ClientArray &array = *load_word_acquire(array_);
 		const ClientSlot &slot = find(array, mac | used);
-		const bool upper = row >= ClientSlot::rows_in_word;
-		const uint64_t word = load_word_acquire(slot.words[upper ? 1 : 0]);
-		const uint32_t place = upper ? row - ClientSlot::rows_in_word : row;
-		const auto of_row = static_cast<uint32_t>(word >> (ClientSlot::bits_of_row * place));
+		const uint64_t word = load_word_acquire(slot.words[ClientSlot::word_of(row)]);
+		const auto of_row = static_cast<uint32_t>(word >> ClientSlot::place_of(row));
 		const auto of_all = static_cast<uint32_t>(word >> ClientSlot::mirel_shift);
-		const ClientLists lists{(of_row & ClientLists::of_row) | of_all << ClientSlot::bits_of_row};
-		return hidden == 0 ? lists : without_hidden(lists, hidden, row);
+		return {(of_row & ClientLists::of_row) | of_all << ClientSlot::bits_of_row};
 	}
 
 	// How many addresses an array holds at the most before the next one is built.
@@ -106,39 +107,34 @@ public:
 	[[nodiscard]] uint64_t capacity() const { return array_->capacity; }
 
 private:
-	static constexpr uint64_t used = uint64_t{1} << 63;
+	static constexpr uint64_t used = 1; // no bit of MacAddress::word()
 	static constexpr uint64_t first_capacity = 81;
 
 	[[nodiscard]] static uint64_t key_of(const MacAddress &mac) { return mac.word() | used; }
-
-	[[nodiscard]] static uint64_t fold(uint64_t a, uint64_t b)
-	{
-		const auto product = static_cast<unsigned __int128>(a) * b;
-		return static_cast<uint64_t>(product >> 64) ^ static_cast<uint64_t>(product);
-	}
-	[[nodiscard]] uint64_t hash_of(uint64_t key) const
-	{
-		return fold(fold(key ^ seed_[0], 0xa0761d6478bd642f) ^ seed_[1], 0xe7037ed1a0b428db);
-	}
 
 	// The slot of the key, or the free one where it would be. The hash's high bits choose the first slot, its low ones
 	// how far it is to the next: 1, 4, 16 or 64 slots. A power of two and an odd capacity meet in every slot.
 	[[nodiscard]] ClientSlot &find(const ClientArray &array, uint64_t key) const
 	{
-		const uint64_t hash = hash_of(key);
-		auto index = static_cast<uint64_t>(static_cast<unsigned __int128>(hash) * array.capacity >> 64);
-		for (;;) {
-			ClientSlot &slot = array.slots[index];
-			const uint64_t there = load_word_acquire(slot.mac);
-			if (there == key || there == 0) {
-				return slot;
-			}
-			index += uint64_t{1} << (2 * (hash & 3));
-			index -= index < array.capacity ? 0 : array.capacity;
+		const uint32_t hash = keyed_hash(seed_, static_cast<uint32_t>(key), static_cast<uint32_t>(key >> 32));
+		ClientSlot *slot = array.slots + (hash * array.capacity >> 32);
+		// Most find it in the first: the distance is not worked out for them. The array is read as if others wrote
+		// to it: then it takes no registers, which every frame would have to save.
+		if (is_place_of(*slot, key)) [[likely]] {
+			return *slot;
 		}
+		const uint64_t distance = uint64_t{1} << (2 * (hash & 3));
+		do {
+			slot += distance;
+			slot -= slot < load_word(array.end) ? 0 : load_word(array.capacity);
+		} while (!is_place_of(*slot, key));
+		return *slot;
 	}
-
-	[[nodiscard]] static ClientLists without_hidden(ClientLists lists, uint64_t hidden, uint32_t row);
+	[[nodiscard]] static bool is_place_of(const ClientSlot &slot, uint64_t key)
+	{
+		const uint64_t there = load_word_acquire(slot.mac);
+		return there == key || there == 0;
+	}
 
 	// The words of the lists in a slot.
 	struct Marks {
@@ -157,7 +153,7 @@ private:
 	// Rows in bits 0..23, lists from bit 24 on.
 	uint64_t hidden_ = 0;
 	ClientArray *array_ = &first_array;
-	uint64_t seed_[2] = {};
+	HashSeed seed_ = {};
 	// Writers' own: slots that have an address, and those of them that are on a list.
 	uint64_t used_slots_ = 0;
 	uint64_t listed_ = 0;

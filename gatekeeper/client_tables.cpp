@@ -77,6 +77,12 @@ ClientWriteSection::~ClientWriteSection()
 	client_sequence.end_writing();
 }
 
+void ClientWriteSection::hide(uint32_t first_row, uint32_t rows, uint32_t lists)
+{
+	client_index.hide(first_row, rows, lists);
+	client_sequence.begin_exception();
+}
+
 namespace
 {
 
@@ -126,17 +132,17 @@ void init_owe_mapping()
 
 } // namespace
 
-ClientStanding standing_beside_writers(uint64_t mac, uint32_t row)
+ClientStanding standing_of(uint64_t mac, uint32_t row)
 {
-	const uint64_t count = client_sequence.begin_reading();
-	if (SequenceCount::is_quiet(count)) {
-		const ClientStanding standing = look_at_client(mac, row);
-		if (client_sequence.is_unchanged_since(count)) {
+	for (int tries = 0; tries < 2; ++tries) {
+		const uint64_t count = client_sequence.begin_reading();
+		const ClientStanding standing = standing_by_lists(client_index.lists_of(mac, row), row);
+		if (client_sequence.was_quiet_since(count)) {
 			return standing;
 		}
 	}
 	const LockGuard guard(Lock::gatekeeper);
-	return look_at_client(mac, row);
+	return standing_by_lists(client_index.lists_of(mac, row), row);
 }
 
 ClientLists::List list_of_table(const iface_mac_list *table)
@@ -175,13 +181,13 @@ void empty_hidden_lists(uint32_t first_row, uint32_t rows, uint32_t lists)
 		empty_list(mirel_black_list, first_row, ClientLists::mirel_black);
 	}
 	client_index.show_all();
+	client_sequence.end_exception();
 	client_index.tidy();
 }
 
 void init_client_index()
 {
-	const uint64_t first = cp_random_seed();
-	client_index.set_seed(first, cp_random_seed());
+	client_index.set_seed(draw_hash_seed());
 }
 
 void init_client_tables()
@@ -199,7 +205,7 @@ void init_client_tables()
 	{
 		// A command may have been here since the device was registered.
 		const ClientWriteSection section;
-		client_index.hide(0, CP_WIRELESS_INTERFACES, ClientLists::of_row);
+		section.hide(0, CP_WIRELESS_INTERFACES, ClientLists::of_row);
 		for (ovra_behavior_row &row : ovra_behavior) {
 			store_word_release(row.behavior, 0U);
 			store_word_release(row.status, 0U);
@@ -213,7 +219,7 @@ void clear_mirel_lists()
 	const MutexGuard alone(Mutex::clients);
 	{
 		const ClientWriteSection section;
-		client_index.hide(0, CP_WIRELESS_INTERFACES, ClientLists::of_all_rows);
+		section.hide(0, CP_WIRELESS_INTERFACES, ClientLists::of_all_rows);
 	}
 	empty_hidden_lists(0, CP_WIRELESS_INTERFACES, ClientLists::of_all_rows);
 }

@@ -88,47 +88,56 @@ public:
 	ClientWriteSection(const ClientWriteSection &) = delete;
 	ClientWriteSection &operator=(const ClientWriteSection &) = delete;
 
+	// The packet path takes lists (bits of ClientLists) of rows for empty until empty_hidden_lists() has emptied them.
+	static void hide(uint32_t first_row, uint32_t rows, uint32_t lists);
+
 private:
 	LockGuard guard_;
 };
 
-// What the packet path asks about a client of a row, as it was at one moment.
-struct ClientStanding {
-	ClientLists lists;
-	// Read only for a client that is on no list of the row.
-	uint32_t status;
-	uint32_t behavior;
+// What the packet path asks about a client of a row, as it was at one moment. One word, so that it stays in a register.
+class ClientStanding
+{
+public:
+	// A client on one of the row's lists is judged by that, whatever the row's status.
+	constexpr explicit ClientStanding(ClientLists lists) : word_(lists.bits) {}
+	// Of a client on none of them.
+	constexpr ClientStanding(ClientLists lists, uint32_t status, uint32_t behavior)
+	    : word_(lists.bits | uint64_t{status == OVRA_DISCONNECTED} << disconnected_place |
+		    uint64_t{behavior} << behavior_place)
+	{
+	}
+
+	[[nodiscard]] constexpr ClientLists lists() const
+	{
+		return {static_cast<uint32_t>(word_) & (ClientLists::of_row | ClientLists::of_all_rows)};
+	}
+	// On none of the row's lists, and the row passes only what its behaviour says.
+	[[nodiscard]] constexpr bool is_disconnected() const { return (word_ >> disconnected_place & 1) != 0; }
+	[[nodiscard]] constexpr uint32_t behavior() const { return static_cast<uint32_t>(word_ >> behavior_place); }
+
+private:
+	static constexpr uint32_t disconnected_place = 16;
+	static constexpr uint32_t behavior_place = 32;
+
+	uint64_t word_;
 };
 
 // Says whether the index, the behaviours and what is hidden were read as they were at one moment.
 extern SequenceCount client_sequence;
 
-// The standing as far as it can be read; whoever asks looks at client_sequence. `mac` is MacAddress::word().
-[[nodiscard]] inline ClientStanding look_at_client(uint64_t mac, uint32_t row)
+// The standing of a client that is on these lists.
+[[nodiscard, gnu::always_inline]] inline ClientStanding standing_by_lists(ClientLists lists, uint32_t row)
 {
-	ClientStanding standing = {client_index.lists_of(mac, row), 0, 0};
-	if (!standing.lists.has(ClientLists::of_row)) {
-		standing.status = load_word_acquire(ovra_behavior[row].status);
-		standing.behavior = load_word_acquire(ovra_behavior[row].behavior);
+	if (lists.has(ClientLists::of_row)) {
+		return ClientStanding(lists);
 	}
-	return standing;
+	return {lists, load_word_acquire(ovra_behavior[row].status), load_word_acquire(ovra_behavior[row].behavior)};
 }
 
-// The rest of standing_of() for a reader that has met a writer.
-[[nodiscard]] ClientStanding standing_beside_writers(uint64_t mac, uint32_t row);
-
-// For hooks. Takes no lock, but gatekeeper_lock where it meets writers twice.
-[[nodiscard]] inline ClientStanding standing_of(uint64_t mac, uint32_t row)
-{
-	const uint64_t count = client_sequence.begin_reading();
-	if (SequenceCount::is_quiet(count)) {
-		const ClientStanding standing = look_at_client(mac, row);
-		if (client_sequence.is_unchanged_since(count)) {
-			return standing;
-		}
-	}
-	return standing_beside_writers(mac, row);
-}
+// For hooks. `mac` is MacAddress::word(). Takes no lock, but gatekeeper_lock where it meets writers twice. Longer than what
+// ebt_gate_keeper() does itself while no command is at work.
+[[nodiscard]] ClientStanding standing_of(uint64_t mac, uint32_t row);
 
 // Writers' steps; the caller holds the clients' mutex.
 
@@ -139,7 +148,7 @@ extern SequenceCount client_sequence;
 // it was not there or is there once more. The index is told by the caller.
 [[nodiscard]] uint32_t take_from_list(MacList &list, ClientLists::List name, const MacAddress &mac);
 
-// Empties lists (bits of ClientLists) of rows, after client_index.hide() has hidden them, and shows them again. May sleep.
+// Empties lists (bits of ClientLists) of rows, after a write section has hidden them, and shows them again. May sleep.
 void empty_hidden_lists(uint32_t first_row, uint32_t rows, uint32_t lists);
 
 // Start, before the hooks: keys the index.

@@ -260,7 +260,7 @@ void flush_lists(const Operands &operands, uint32_t lists)
 {
 	{
 		const ClientWriteSection section;
-		client_index.hide(operands.first_row, operands.rows, lists);
+		section.hide(operands.first_row, operands.rows, lists);
 	}
 	empty_hidden_lists(operands.first_row, operands.rows, lists);
 }

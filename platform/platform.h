@@ -129,20 +129,11 @@ enum cp_bridge_result cp_bridge_of_port(const char *port, char *bridge, size_t s
 enum { CP_PACKET_HEADER_BYTES = 60 + 20 };
 
 /*
- * A packet as a hook sees it. The pointers are good until the next call that takes the packet and may move its data
- * (cp_packet_make_writable), which sets them anew; base/packet.h is the only reader.
+ * A packet, and the devices of a hook's call, as the platform keeps them: platform/packet_fields.h reads their fields, and
+ * base/packet.h is the only reader of that.
  */
-struct cp_packet {
-	const uint8_t *ethernet; /* Ethernet header */
-	uint32_t ethernet_bytes; /* bytes readable there: 14, fewer only in a cut frame */
-	const uint8_t *network;  /* what follows the Ethernet header in the packet's buffer */
-	uint32_t network_bytes;  /* bytes readable there, all inside the packet */
-	uint32_t network_length; /* bytes that the packet has there in all; cp_packet_copy() reaches every one */
-	uint32_t mark;           /* read and written by the hooks; the platform stores it back */
-	const char *in_name;     /* ingress device, null where the hook has none */
-	const char *out_name;    /* egress device, null where the hook has none */
-	void *buffer;            /* the platform's own */
-};
+struct cp_packet;
+struct cp_ports;
 
 /*
  * Copies the `bytes` bytes that start `offset` bytes after the Ethernet header, wherever the packet keeps them: 0, or
@@ -153,8 +144,8 @@ int cp_packet_copy(const struct cp_packet *packet, uint32_t offset, void *to, ui
 
 /*
  * Makes the Ethernet header and the first `bytes` bytes after it writable and private to this packet: no clone of it,
- * no capture sees a later write. 0, or a negative error and the packet is as it was. Sets the packet's pointers anew
- * in both cases. Softirq context.
+ * no capture sees a later write. 0, or a negative error and the packet is as it was. May move the packet's data in both
+ * cases. Softirq context.
  */
 int cp_packet_make_writable(struct cp_packet *packet, uint32_t bytes);
 
@@ -186,11 +177,16 @@ enum cp_verdict {
  * though others may have called cp_free_large_after_readers() for it meanwhile.
  */
 struct cp_hook {
-	enum cp_verdict (*function)(struct cp_packet *packet);
+	/* One of the core's three; a platform may call them by their names. */
+	enum cp_verdict (*function)(struct cp_packet *packet, const struct cp_ports *ports);
 	uint8_t protocol_family;
 	uint32_t hook_number;
 	int32_t priority;
 };
+
+enum cp_verdict ebt_gate_keeper(struct cp_packet *packet, const struct cp_ports *ports);
+enum cp_verdict nf_cp_check(struct cp_packet *packet, const struct cp_ports *ports);
+enum cp_verdict nf_cp_change(struct cp_packet *packet, const struct cp_ports *ports);
 
 /*
  * Registers `count` hooks as one block in the initial network namespace: 0, or a negative error and none is
@@ -251,7 +247,7 @@ struct cp_deferred_free {
  */
 void cp_free_large_after_readers(struct cp_deferred_free *memory);
 
-/* Lets others run where a long loop in process context has held the processor long enough. No lock may be held. */
+/* Lets others run where a long loop in process context has held the processor long enough. No spin lock may be held. */
 void cp_yield_processor(void);
 
 struct cp_thread;

@@ -3,6 +3,7 @@
 // the addresses of the whole access point.
 #pragma once
 
+#include "base/atomic_word.h"
 #include "base/byte_order.h"
 #include "base/mac_address.h"
 #include "captive_portal/marks.h"
@@ -33,6 +34,12 @@ struct cp_row {
 
 // Rows 0..23 are the wireless interfaces, 24..27 the special rows of interface_index.h.
 extern cp_row captive_portal_table[CP_ROWS];
+
+// False until start has filled the rows: the last one is filled last. No lock.
+[[nodiscard]] inline bool are_rows_filled()
+{
+	return load_word(captive_portal_table[CP_WIRELESS_INTERFACES - 1].https_port) != 0;
+}
 
 // Writers hold gateway_lock; the packet path reads it without, as a word.
 extern Ipv4Address ap_gateway;

@@ -41,12 +41,6 @@ template <typename Number> Field<uint32_t> find_unfilled_row(Number cp_row::*num
 	return {};
 }
 
-// The last row is filled last.
-bool are_rows_filled()
-{
-	return load_word(captive_portal_table[CP_WIRELESS_INTERFACES - 1].https_port) != 0;
-}
-
 } // namespace
 
 Field<uint32_t> find_row_by_mark(uint32_t mark)

@@ -8,10 +8,10 @@ namespace captive_portal
 {
 
 // Bridge pre-routing, after the gatekeeper: passes, drops, or redirects a packet by its mark.
-[[nodiscard]] cp_verdict nf_cp_check(cp_packet *packet);
+extern "C" [[nodiscard]] cp_verdict nf_cp_check(cp_packet *packet, const cp_ports *ports);
 
 // Bridge post-routing: makes the replies of the redirect ports look as if they came from where the client sent its
 // request. Accepts always.
-[[nodiscard]] cp_verdict nf_cp_change(cp_packet *packet);
+extern "C" [[nodiscard]] cp_verdict nf_cp_change(cp_packet *packet, const cp_ports *ports);
 
 } // namespace captive_portal

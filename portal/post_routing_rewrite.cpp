@@ -22,13 +22,13 @@ namespace
 constexpr uint8_t ipv4_version = 4;
 constexpr uint16_t dns_port = 53;
 
-[[nodiscard]] Text egress_name(const Packet &packet)
+[[nodiscard]] Text egress_name(Packet packet)
 {
 	return packet.out_name() != nullptr ? text_of_field(packet.out_name(), CP_INTERFACE_NAME_SIZE) : Text{};
 }
 
 // True for a UDP packet from port 53 on its way out to a wireless client, whoever sent it. The IPv4 total length only gates.
-[[nodiscard]] bool is_dns_answer(const Packet &packet)
+[[nodiscard]] bool is_dns_answer(Packet packet)
 {
 	if (!(packet.source_port() == be16::from_host(dns_port))) {
 		return false;
@@ -53,7 +53,8 @@ void hand_off_dns_answer(Packet packet)
 	static_cast<void>(was_read);
 }
 
-// Devices' names end with their NUL, so there is no need to know the length.
+// Nothing is done to such a frame. Few come here, so it is asked where there would be something to do. Devices' names end
+// with their NUL, so there is no need to know the length.
 [[nodiscard]] bool leaves_by_loopback(Packet packet)
 {
 	const char *const name = packet.out_name();
@@ -118,7 +119,7 @@ void log_pass(Packet packet)
 
 // Memory too short to make the packet writable leaves it as it is: the client sees a segment of a connection that it
 // does not know, and the next try may do better.
-void restore_source(Packet &packet, const table_list_entry &entry)
+void restore_source(Packet packet, const table_list_entry &entry)
 {
 	if (!packet.is_rewritable()) {
 		return;
@@ -163,7 +164,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 
 [[gnu::noinline]] cp_verdict change_udp(Packet packet)
 {
-	if (is_dns_answer(packet)) {
+	if (!leaves_by_loopback(packet) && is_dns_answer(packet)) {
 		hand_off_dns_answer(packet);
 	}
 	return CP_ACCEPT;
@@ -171,6 +172,9 @@ void rewrite_reply(Packet packet, uint32_t row)
 
 [[gnu::noinline]] cp_verdict change_tcp(Packet packet, uint16_t port)
 {
+	if (leaves_by_loopback(packet)) {
+		return CP_ACCEPT;
+	}
 	const int32_t row = row_of_reply_port(port);
 	if (row >= 0) {
 		rewrite_reply(packet, static_cast<uint32_t>(row));
@@ -182,7 +186,9 @@ void rewrite_reply(Packet packet, uint32_t row)
 
 [[gnu::noinline, gnu::cold]] cp_verdict log_and_pass(Packet packet)
 {
-	log_pass(packet);
+	if (!leaves_by_loopback(packet)) {
+		log_pass(packet);
+	}
 	return CP_ACCEPT;
 }
 
@@ -206,12 +212,9 @@ void rewrite_reply(Packet packet, uint32_t row)
 
 } // namespace
 
-cp_verdict nf_cp_change(cp_packet *raw)
+cp_verdict nf_cp_change(cp_packet *raw, const cp_ports *ports)
 {
-	const Packet packet(*raw);
-	if (leaves_by_loopback(packet)) {
-		return CP_ACCEPT;
-	}
+	const Packet packet(raw, ports);
 	return packet.has_ipv4_header() ? change(packet) : change_cut_packet(packet);
 }
 

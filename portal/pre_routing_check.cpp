@@ -97,19 +97,19 @@ enum class PrintedPorts {
 };
 
 // True when the flag byte, and with it the ports, lies outside the packet.
-bool is_cut_before_flags(const Packet &packet)
+bool is_cut_before_flags(Packet packet)
 {
 	return !packet.tcp_flags().has_value() && !packet.is_later_fragment();
 }
 
-bool is_syn(const Packet &packet)
+bool is_syn(Packet packet)
 {
 	const Field<TcpFlags> flags = packet.tcp_flags();
 	return flags.has_value() && flags.value().syn();
 }
 
 // Records a redirected connection. Of a rewritable packet, so every field is there.
-void upsert_connection(const Packet &packet, uint32_t row, PrintedPorts printed)
+void upsert_connection(Packet packet, uint32_t row, PrintedPorts printed)
 {
 	const Client client{packet.source_address().value(), packet.source_port().value()};
 	const Destination destination{packet.destination_address().value(), packet.destination_port().value()};
@@ -127,7 +127,7 @@ void upsert_connection(const Packet &packet, uint32_t row, PrintedPorts printed)
 	add_connection(row, client, destination, packet.destination_mac().value());
 }
 
-void log_social_login(Ipv4Address destination, uint16_t port, const Packet &packet)
+void log_social_login(Ipv4Address destination, uint16_t port, Packet packet)
 {
 	const Field<Ipv4Address> source = packet.source_address();
 	const Field<be16> source_port = packet.source_port();
@@ -140,7 +140,7 @@ void log_social_login(Ipv4Address destination, uint16_t port, const Packet &pack
 }
 
 // An unadmitted client's segment to the social-login address.
-cp_verdict intercept_social_login(Packet &packet)
+cp_verdict intercept_social_login(Packet packet)
 {
 	const Field<be16> port = packet.destination_port();
 	const Field<uint16_t> redirect_port = social_login_ports.choose(port);
@@ -163,7 +163,7 @@ enum class Garden {
 	has_no_say,
 };
 
-Garden ask_walled_garden(const Packet &packet, Ipv4Address destination, uint32_t index, bool drops_https)
+Garden ask_walled_garden(Packet packet, Ipv4Address destination, uint32_t index, bool drops_https)
 {
 	if (is_walled_garden_enable(packet.mark()) == 0) {
 		return Garden::has_no_say;
@@ -207,7 +207,7 @@ Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, Field<be16> por
 
 // The special marks and the social-login address, for packets of any port. One whose portal is on comes here only when it
 // is not TCP, or whole and rewritten, so nothing that it needs is missing; any other is accepted when something is.
-cp_verdict judge_special_marks(Packet &packet, IngressBridge &bridge)
+cp_verdict judge_special_marks(Packet packet, IngressBridge &bridge)
 {
 	const uint32_t mark = packet.mark();
 	const Field<Ipv4Address> destination = packet.destination_address();
@@ -282,7 +282,7 @@ cp_verdict judge_special_marks(Packet &packet, IngressBridge &bridge)
 }
 
 // TCP of a client that is not admitted.
-cp_verdict intercept_tcp(Packet &packet, uint32_t mode, IngressBridge &bridge)
+cp_verdict intercept_tcp(Packet packet, uint32_t mode, IngressBridge &bridge)
 {
 	if (mode == CP_MODE_DROP_TCP) {
 		return CP_DROP;
@@ -338,7 +338,7 @@ cp_verdict intercept_tcp(Packet &packet, uint32_t mode, IngressBridge &bridge)
 }
 
 // A packet whose mark belongs to a portal that is on.
-cp_verdict intercept(Packet &packet, uint32_t mode, IngressBridge &bridge)
+cp_verdict intercept(Packet packet, uint32_t mode, IngressBridge &bridge)
 {
 	const Field<EtherType> type = packet.ether_type();
 	if (!type.has_value() || type == EtherType::ipv6) {
@@ -375,14 +375,22 @@ cp_verdict intercept(Packet &packet, uint32_t mode, IngressBridge &bridge)
 	return judge_special_marks(packet, bridge);
 }
 
-} // namespace
-
-cp_verdict nf_cp_check(cp_packet *raw)
+[[gnu::noinline]] cp_verdict check(Packet packet)
 {
-	Packet packet(*raw);
 	IngressBridge bridge(packet.in_name());
 	const uint32_t mode = is_captive_portal_enable(packet.mark());
 	return mode == CP_MODE_OFF ? judge_special_marks(packet, bridge) : intercept(packet, mode, bridge);
+}
+
+} // namespace
+
+cp_verdict nf_cp_check(cp_packet *raw, const cp_ports *ports)
+{
+	const Packet packet(raw, ports);
+	// Nearly every frame of an admitted client is one that check() accepts without a word.
+	const bool passes = packet.mark() == 0 && are_rows_filled() && !debug_level_reaches(3) &&
+			    packet.has_ipv4_header() && !(packet.destination_address() == load_word(socialogin_addr));
+	return passes ? CP_ACCEPT : check(packet);
 }
 
 } // namespace captive_portal

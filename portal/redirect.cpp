@@ -25,7 +25,7 @@ Identity refresh_ap_identity(const char *bridge)
 	return Identity::refreshed;
 }
 
-bool redirect_to_ap(Packet &packet, uint16_t port)
+bool redirect_to_ap(Packet packet, uint16_t port)
 {
 	return packet.make_writable([port](WritablePacket &writable) {
 		writable.write_destination(load_word(ap_addr), be16::from_host(port));

@@ -21,7 +21,7 @@ enum class Identity {
 
 // Rewrites the destination of a rewritable packet to `ap_addr`, `ap_mac` and `port` (host order) and hands it to this
 // machine. False, and the packet unchanged, when it cannot be made writable.
-[[nodiscard]] bool redirect_to_ap(Packet &packet, uint16_t port);
+[[nodiscard]] bool redirect_to_ap(Packet packet, uint16_t port);
 
 // True for the two ports whose connections are recorded and redirected by name: 80 and 443.
 [[nodiscard]] bool is_web_port(Field<be16> port);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/text.h"
 #include "platform/host/context.h"
 
 namespace captive_portal::host
@@ -108,9 +109,13 @@ void PacketBuffer::unshare()
 
 PacketView::PacketView(PacketBuffer &packet) : packet_(packet), before_(packet.frame())
 {
-	seam_.mark = packet.mark;
-	seam_.in_name = packet.in_name.has_value() ? packet.in_name->c_str() : nullptr;
-	seam_.out_name = packet.out_name.has_value() ? packet.out_name->c_str() : nullptr;
+	seam_.mark = &packet.mark;
+	const auto field_of = [](char(&field)[CP_INTERFACE_NAME_SIZE], const std::optional<std::string> &name) {
+		const std::string text = name.value_or("");
+		store_text(field, {text.data(), text.size()});
+		return name.has_value() ? field : nullptr;
+	};
+	ports_ = {field_of(names_[0], packet.in_name), field_of(names_[1], packet.out_name)};
 	seam_.buffer = this;
 	point_at_data();
 }
@@ -138,7 +143,6 @@ void PacketView::expect_unwritten_bytes_unchanged() const
 void PacketView::finish()
 {
 	expect_unwritten_bytes_unchanged();
-	packet_.mark = seam_.mark;
 }
 
 int PacketView::copy(uint32_t offset, uint8_t *to, uint32_t bytes) const

@@ -14,8 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "captive_portal/interface_index.h"
 #include "platform/host/checksum.h"
-#include "platform/platform.h"
+#include "platform/packet_fields.h"
 
 namespace captive_portal::host
 {
@@ -121,7 +122,8 @@ public:
 	PacketView &operator=(const PacketView &) = delete;
 
 	[[nodiscard]] cp_packet *seam() { return &seam_; }
-	// Stores the mark back. Dies if the hook wrote bytes that it had not made writable.
+	[[nodiscard]] const cp_ports *ports() const { return &ports_; }
+	// Dies if the hook wrote bytes that it had not made writable.
 	void finish();
 
 	[[nodiscard]] static PacketView &of(const cp_packet *packet)
@@ -139,6 +141,8 @@ private:
 
 	PacketBuffer &packet_;
 	cp_packet seam_{};
+	char names_[2][CP_INTERFACE_NAME_SIZE]; // a hook gets whole fields
+	cp_ports ports_{};
 	Frame before_;
 	std::optional<uint32_t> writable_; // bytes behind the Ethernet header that may be written
 };

@@ -88,7 +88,7 @@ cp_verdict run_hook(HookFunction hook, PacketBuffer &packet)
 	const SoftirqContext softirq;
 	const ReadSection section;
 	PacketView view(packet);
-	const cp_verdict verdict = hook(view.seam());
+	const cp_verdict verdict = hook(view.seam(), view.ports());
 	expect_no_lock_held("a hook");
 	view.finish();
 	if (verdict != CP_ACCEPT && verdict != CP_DROP) {

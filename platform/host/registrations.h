@@ -17,7 +17,7 @@
 namespace captive_portal::host
 {
 
-using HookFunction = enum cp_verdict (*)(struct cp_packet *packet);
+using HookFunction = enum cp_verdict (*)(struct cp_packet *packet, const struct cp_ports *ports);
 // A rule of the machine's firewall: sees the packet, may mark it, gives a verdict.
 using FirewallRule = std::function<cp_verdict(PacketBuffer &)>;
 

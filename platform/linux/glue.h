@@ -12,13 +12,12 @@
 #include "platform/platform.h"
 
 struct sk_buff;
-struct nf_hook_state;
 
 /*
- * Makes the packet's headers linear as far as memory and the packet allow, and fills the view. The pull may move the
- * packet's data: pointers taken before are dead.
+ * Makes the headers of a packet that is not linear readable, as far as memory and the packet allow. May move the packet's
+ * data: pointers taken before are dead.
  */
-void open_packet_view(struct cp_packet *packet, struct sk_buff *skb, const struct nf_hook_state *state);
+void pull_headers(struct sk_buff *skb);
 
 /*
  * Returns when nothing is left of cp_free_large_after_readers(): its callback is the module's text. Process context,

@@ -4,7 +4,7 @@
 
 #include <linux/errno.h>
 #include <linux/kernel.h>
-#include <linux/netdevice.h>
+#include <linux/netfilter.h>
 #include <linux/skbuff.h>
 #include <net/net_namespace.h>
 
@@ -17,17 +17,45 @@ static struct nf_hook_ops operations[MAXIMAL_HOOKS];
 /* How many of them are registered. Start and stop run alone, so no lock. */
 static unsigned int registered;
 
-/* Runs in softirq context, or in process context for frames that a process injects through a tap device. */
-static unsigned int run_hook(void *record, struct sk_buff *skb, const struct nf_hook_state *state)
+/* Whether headers may lie outside the linear part. */
+static __always_inline bool may_need_pull(const struct sk_buff *skb)
 {
-	const struct cp_hook *hook = record;
-	struct cp_packet packet;
-	enum cp_verdict verdict;
+	return skb_is_nonlinear(skb) && skb_headlen(skb) < CP_PACKET_HEADER_BYTES;
+}
 
-	open_packet_view(&packet, skb, state);
-	verdict = hook->function(&packet);
-	skb->mark = packet.mark;
-	return verdict == CP_DROP ? NF_DROP : NF_ACCEPT;
+/*
+ * What the kernel calls, one function for each of the core's hooks: a call through a pointer costs where kernels guard such
+ * calls. They run in softirq context, or in process context for frames that a process injects through a tap device.
+ */
+#define DEFINE_ENTRY(name, hook)                                                                                       \
+	static unsigned int name(void *unused, struct sk_buff *skb, const struct nf_hook_state *state)                 \
+	{                                                                                                              \
+		if (unlikely(may_need_pull(skb)))                                                                      \
+			pull_headers(skb);                                                                             \
+		return hook((struct cp_packet *)skb, (const struct cp_ports *)state);                                  \
+	}
+DEFINE_ENTRY(enter_gate_keeper, ebt_gate_keeper)
+DEFINE_ENTRY(enter_check, nf_cp_check)
+DEFINE_ENTRY(enter_change, nf_cp_change)
+
+static const struct {
+	enum cp_verdict (*hook)(struct cp_packet *packet, const struct cp_ports *ports);
+	nf_hookfn *entry;
+} entries[] = {
+	{ebt_gate_keeper, enter_gate_keeper},
+	{nf_cp_check, enter_check},
+	{nf_cp_change, enter_change},
+};
+
+static nf_hookfn *entry_of(const struct cp_hook *hook)
+{
+	size_t i;
+
+	for (i = 0; i < ARRAY_SIZE(entries); i++) {
+		if (entries[i].hook == hook->function)
+			return entries[i].entry;
+	}
+	return NULL;
 }
 
 int cp_register_hooks(const struct cp_hook *hooks, uint32_t count)
@@ -40,12 +68,13 @@ int cp_register_hooks(const struct cp_hook *hooks, uint32_t count)
 		return -EINVAL;
 	for (i = 0; i < count; i++) {
 		operations[i] = (struct nf_hook_ops){
-			.hook = run_hook,
-			.priv = (void *)&hooks[i],
+			.hook = entry_of(&hooks[i]),
 			.pf = hooks[i].protocol_family,
 			.hooknum = hooks[i].hook_number,
 			.priority = hooks[i].priority,
 		};
+		if (!operations[i].hook)
+			return -EINVAL;
 	}
 	error = nf_register_net_hooks(&init_net, operations, count);
 	if (!error)

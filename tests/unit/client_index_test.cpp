@@ -69,7 +69,7 @@ gk_cmd change(uint32_t number, std::string_view iface, const MacAddress &mac)
 uint32_t lists_seen(const MacAddress &mac, uint32_t row)
 {
 	const host::ReadSection section;
-	return standing_of(mac.word(), row).lists.bits;
+	return standing_of(mac.word(), row).lists().bits;
 }
 
 class ClientIndexTest : public GatekeeperCommands
@@ -421,7 +421,7 @@ TEST_F(ClientIndexTest, AReaderThatMeetsAWriterSeesWhatTheWriterLeaves)
 			std::this_thread::yield();
 		}
 		const host::ReadSection section;
-		seen = standing_of(station_mac.word(), 0).behavior;
+		seen = standing_of(station_mac.word(), 0).behavior();
 	});
 	const uint64_t before = holds();
 	{

@@ -113,7 +113,7 @@ TEST_F(ReadSectionsDeathTest, SurroundEveryHook)
 {
 	host::PacketBuffer packet(std::vector<uint8_t>(60));
 	EXPECT_DEATH((void)host::run_hook(
-			     [](cp_packet *) {
+			     [](cp_packet *, const cp_ports *) {
 				     host::wait_for_readers();
 				     return CP_ACCEPT;
 			     },

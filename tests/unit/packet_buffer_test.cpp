@@ -74,8 +74,8 @@ TEST(PacketBuffer, HasNoNamesUntilTheyAreSet)
 	PacketBuffer packet(segment());
 	packet.out_name = "wlan-1-1";
 	PacketView view(packet);
-	EXPECT_EQ(view.seam()->in_name, nullptr);
-	EXPECT_STREQ(view.seam()->out_name, "wlan-1-1");
+	EXPECT_EQ(view.ports()->in_name, nullptr);
+	EXPECT_STREQ(view.ports()->out_name, "wlan-1-1");
 }
 
 TEST(PacketBuffer, MovesItsDataWhenMadeWritable)
@@ -161,7 +161,7 @@ TEST(PacketBuffer, OfAWriterIsSharedWithCloneNoLonger)
 
 TEST(PacketBufferDeathTest, DiesWhenAHookWritesWithoutAsking)
 {
-	const auto hook = [](cp_packet *packet) {
+	const auto hook = [](cp_packet *packet, const cp_ports *) {
 		writable_network(packet)[0] = 0;
 		return CP_ACCEPT;
 	};
@@ -171,7 +171,7 @@ TEST(PacketBufferDeathTest, DiesWhenAHookWritesWithoutAsking)
 
 TEST(PacketBufferDeathTest, DiesWhenAHookWritesFurtherThanItAskedFor)
 {
-	const auto hook = [](cp_packet *packet) {
+	const auto hook = [](cp_packet *packet, const cp_ports *) {
 		static_cast<void>(PacketView::of(packet).make_writable(20));
 		writable_network(packet)[20] ^= 1;
 		return CP_ACCEPT;

@@ -20,23 +20,22 @@ using host::PacketBuffer;
 // What ran, in order; reset by each test.
 std::vector<std::string> ran;
 
-cp_verdict note_first(cp_packet *packet)
+cp_verdict note_first(cp_packet *packet, const cp_ports *ports)
 {
-	ran.push_back(std::string("first on ") + packet->in_name);
-	packet->mark += 1;
+	ran.push_back(std::string("first on ") + ports->in_name);
+	*packet->mark += 1;
 	return CP_ACCEPT;
 }
 
-cp_verdict note_second(cp_packet *packet)
+cp_verdict note_second(cp_packet *packet, const cp_ports *)
 {
-	ran.push_back("second with mark " + std::to_string(packet->mark));
-	return packet->mark == 13 ? CP_DROP : CP_ACCEPT;
+	ran.push_back("second with mark " + std::to_string(*packet->mark));
+	return *packet->mark == 13 ? CP_DROP : CP_ACCEPT;
 }
 
-cp_verdict note_third(cp_packet *packet)
+cp_verdict note_third(cp_packet *, const cp_ports *ports)
 {
-	ran.push_back(std::string("third on ") + packet->out_name +
-		      (packet->in_name == nullptr ? "" : " with ingress"));
+	ran.push_back(std::string("third on ") + ports->out_name + (ports->in_name == nullptr ? "" : " with ingress"));
 	return CP_ACCEPT;
 }
 
@@ -134,7 +133,7 @@ namespace
 std::atomic<bool> hook_runs;
 std::atomic<bool> hook_may_end;
 
-cp_verdict wait_in_hook(cp_packet *)
+cp_verdict wait_in_hook(cp_packet *, const cp_ports *)
 {
 	hook_runs = true;
 	while (!hook_may_end) {
@@ -174,7 +173,7 @@ TEST_F(BridgeHooks, AreWaitedForWhenTheyAreUnregistered)
 
 TEST_F(BridgeHooksDeathTest, DieWhenTheyReturnWithALock)
 {
-	const auto hook = [](cp_packet *) {
+	const auto hook = [](cp_packet *, const cp_ports *) {
 		cp_spin_lock_bh(CP_LOCK_CP);
 		return CP_ACCEPT;
 	};
@@ -184,7 +183,7 @@ TEST_F(BridgeHooksDeathTest, DieWhenTheyReturnWithALock)
 
 TEST_F(BridgeHooksDeathTest, DieWhenTheySleep)
 {
-	const auto hook = [](cp_packet *) {
+	const auto hook = [](cp_packet *, const cp_ports *) {
 		uint32_t word = 0;
 		static_cast<void>(cp_copy_from_user(&word, 0, sizeof(word)));
 		return CP_ACCEPT;
@@ -196,7 +195,8 @@ TEST_F(BridgeHooksDeathTest, DieWhenTheySleep)
 TEST_F(BridgeHooksDeathTest, DieForAnUnknownVerdict)
 {
 	PacketBuffer packet(any_frame());
-	EXPECT_DEATH(static_cast<void>(host::run_hook([](cp_packet *) { return static_cast<cp_verdict>(2); }, packet)),
+	EXPECT_DEATH(static_cast<void>(host::run_hook(
+			     [](cp_packet *, const cp_ports *) { return static_cast<cp_verdict>(2); }, packet)),
 		     "unknown verdict 2");
 }
 
