@@ -14,7 +14,8 @@ using test::ipv4;
 constexpr uint32_t row = 10;
 const std::string port = interface_name(row);
 constexpr uint32_t unadmitted = 0xffffff;
-// Clients of a list that are asked about in turn, its last ones: a hash is kinder to some than to others.
+// Clients of a list that are asked about in turn, from its first to its last: a hash is kinder to some than to others, and
+// to the first than to the last.
 constexpr uint64_t asked_clients = 8;
 
 constexpr auto clients_unit = "clients in each list";
@@ -59,8 +60,10 @@ Operation admitted(const ClientTable &table, Mirel mirel)
 			[=](uint64_t size) {
 				prepare(size, CP_MODE_ON, mirel);
 				std::vector<Frame> frames;
-				for (uint64_t i = size < asked_clients ? 0 : size - asked_clients; i < size; ++i) {
-					Host client = host_of(table, static_cast<uint32_t>(i));
+				const uint64_t asked = std::min(size, asked_clients);
+				for (uint64_t i = 0; i < asked; ++i) {
+					const uint64_t number = asked < 2 ? 0 : i * (size - 1) / (asked - 1);
+					Host client = host_of(table, static_cast<uint32_t>(number));
 					// The MIREL lists are filled as row 0's.
 					client.mac[2] = mirel == Mirel::on ? 0 : row;
 					frames.push_back(frame().from(client).to(server).tcp(51000, 443).ack());

@@ -126,7 +126,9 @@ private:
 		const uint64_t distance = uint64_t{1} << (2 * (hash & 3));
 		do {
 			slot += distance;
-			slot -= slot < load_word(array.end) ? 0 : load_word(array.capacity);
+			if (slot >= load_word(array.end)) [[unlikely]] {
+				slot -= load_word(array.capacity);
+			}
 		} while (!is_place_of(*slot, key));
 		return *slot;
 	}

@@ -11,8 +11,8 @@ from machine import RECEIVED, SENT
 ROWS, FULL = 24, int(os.environ["CLIENTS"])
 ROW, ROW_WITHOUT_PORTAL = 10, 23
 MARK, HTTP_PORT = 5222, 20083  # of ROW
-# Of a full table, its last ones; also how many strangers there are. Many, because hash tables have another key in each
-# boot, and so another length of each chain.
+# Of a full table, from its first to its last; also how many strangers there are. Many, because hash tables have another key
+# in each boot, and so another length of each chain.
 CLIENTS_ASKED = 64
 
 ACCESS_POINT_MAC, GATEWAY_MAC = mac("02:00:00:00:00:01"), mac("02:00:00:00:00:fe")
@@ -39,8 +39,9 @@ def client(table, row, number):
     return bytes([2, 0x10 + TABLES[table], row]) + number.to_bytes(3, "big")
 
 
-def last_clients(table, size):
-    return [client(table, ROW, number) for number in range(max(0, size - CLIENTS_ASKED), size)]
+def some_clients(table, size):
+    asked = min(size, CLIENTS_ASKED)
+    return [client(table, ROW, number * (size - 1) // max(asked - 1, 1)) for number in range(asked)]
 
 
 class Way:
@@ -69,13 +70,13 @@ def reply(source_mac, source, port):
     return frame(source_mac, STRANGER, (source, port), (CLIENT, 51000), TCP, ACK)
 
 
-ALL_CLIENTS = [address for table in TABLES for address in last_clients(table, FULL)]
+ALL_CLIENTS = [address for table in TABLES for address in some_clients(table, FULL)]
 NEW_BATCHES, NEW_IN_BATCH = 31, 64
 NEW_CONNECTIONS = range(1024, 1024 + NEW_BATCHES * NEW_IN_BATCH)  # their source ports
 
 # Without the module and without a mark.
 BARE_TCP = Way("TCP of strangers", [to_server(address) for address in STRANGERS])
-BARE_CLIENTS = {table: Way(f"TCP of clients of {table}", [to_server(address) for address in last_clients(table, FULL)])
+BARE_CLIENTS = {table: Way(f"TCP of clients of {table}", [to_server(address) for address in some_clients(table, FULL)])
                 for table in TABLES}
 BARE_ONE_CLIENT = {table: Way(f"TCP of one client of {table}", [to_server(client(table, ROW, 0))]) for table in TABLES}
 BARE_DNS = Way("DNS query", [to_server(address, UDP, 53) for address in STRANGERS])

@@ -28,7 +28,7 @@ static __always_inline bool may_need_pull(const struct sk_buff *skb)
  * calls. They run in softirq context, or in process context for frames that a process injects through a tap device.
  */
 #define DEFINE_ENTRY(name, hook)                                                                                       \
-	static unsigned int name(void *unused, struct sk_buff *skb, const struct nf_hook_state *state)                 \
+	static notrace unsigned int name(void *unused, struct sk_buff *skb, const struct nf_hook_state *state)         \
 	{                                                                                                              \
 		if (unlikely(may_need_pull(skb)))                                                                      \
 			pull_headers(skb);                                                                             \
