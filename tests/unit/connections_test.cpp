@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "portal/connections.h"
 
+#include <atomic>
+#include <thread>
+
 #include "base/lock.h"
 #include "portal/interface_table.h"
 #include "tests/support/host_test.h"
@@ -268,6 +271,38 @@ TEST_F(Connections, AreFreedAFewInAHold)
 	record(second);
 	EXPECT_EQ(connections(), std::vector{second});
 	EXPECT_TRUE(remove(3, client_of(second)));
+}
+
+// The hooks run while a start frees what it finds, and whoever found an entry might free it as well.
+TEST_F(Connections, AreNotFoundWhileAStartFreesThem)
+{
+	// The index's own memory, and some of the last entries to be freed.
+	constexpr size_t last_allocations = 40;
+	const Connection last = numbered(thousands - 1);
+	uint32_t looks = 0;
+	uint32_t found = 0;
+	for (uint32_t round = 0; round < 1000 && looks < 3; ++round) {
+		for (uint32_t number = 0; number < thousands; ++number) {
+			record(numbered(number));
+		}
+		std::atomic<bool> done = false;
+		std::thread bridge([&] {
+			while (!done) {
+				const LockGuard guard(Lock::change_ip_port);
+				const bool is_under_way = captive_portal_table[last.row].table_list == nullptr &&
+							  machine.live_allocations().size() > last_allocations;
+				if (is_under_way) {
+					++looks;
+					found += find_connection(last.row, client_of(last)) != nullptr ? 1 : 0;
+				}
+			}
+		});
+		free_connections();
+		done = true;
+		bridge.join();
+	}
+	EXPECT_GT(looks, 0u);
+	EXPECT_EQ(found, 0u);
 }
 
 } // namespace
