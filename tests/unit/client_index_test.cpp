@@ -304,6 +304,26 @@ TEST_F(ClientIndexTest, GoesOnWithTheLargerArrayWhenThereIsNoMemoryForASmallerOn
 	EXPECT_EQ(lists_seen(address(5000), 0), ClientLists::login);
 }
 
+// A reader that was stopped on its way may look at the first array while it is filled anew, and miss an address there.
+TEST_F(ClientIndexTest, TellsReadersOfThePastBeforeItUsesTheFirstArrayAgain)
+{
+	add_login(0, 3000);
+	for (uint32_t number = 10; number < 3000; ++number) {
+		run(change(DEL_LOGIN_MAC, "wlan-1-1", address(number)));
+	}
+	const uint64_t count = client_sequence.begin_reading();
+	uint32_t yields = 0;
+	machine.threads.on_yield([&](uint64_t) {
+		++yields;
+		EXPECT_FALSE(client_sequence.is_unchanged_since(count));
+	});
+	add_login(5000, 1);
+	machine.threads.on_yield({});
+	EXPECT_GT(yields, 0U) << "the array was copied";
+	EXPECT_EQ(index_bytes(), 0U) << "into the first one";
+	EXPECT_EQ(lists_seen(address(5000), 0), ClientLists::login);
+}
+
 // Addresses of commands that were refused after their node was made stay in the index, but not for ever.
 TEST_F(ClientIndexTest, RefusedAddressesDoNotMakeItGrow)
 {
