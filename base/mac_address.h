@@ -27,11 +27,8 @@ struct MacAddress {
 	}
 	static constexpr uint32_t unused_bits = 16;
 
-	// Broadcast addresses are group addresses too.
-	[[nodiscard]] bool is_group() const { return is_group(word()); }
-	// Of an address that word() has given.
+	// Of an address that word() has given. Broadcast addresses are group addresses too.
 	[[nodiscard]] static constexpr bool is_group(uint64_t word) { return (word >> unused_bits & 1) != 0; }
-	[[nodiscard]] constexpr bool is_zero() const { return *this == MacAddress{}; }
 
 	friend constexpr bool operator==(const MacAddress &a, const MacAddress &b)
 	{
