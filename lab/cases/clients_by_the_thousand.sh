@@ -4,6 +4,8 @@
 # lists. The module is unloaded the moment that the last call is done, once with
 # all lists flushed and once with clients on them, three times over.
 #
+# Time limit: 300 seconds, for an emulated machine whose host has other work.
+#
 #   client-1-1 eth0 -- wlan-1-1 \
 #                                br0 -- uplink0 -- upstream
 #   client-3-8 eth0 -- wlan-3-8 /
