@@ -112,25 +112,35 @@ private:
 
 	[[nodiscard]] static uint64_t key_of(const MacAddress &mac) { return mac.word() | used; }
 
-	// The slot of the key, or the free one where it would be. The hash's high bits choose the first slot, its low ones
-	// how far it is to the next: 1, 4, 16 or 64 slots. A power of two and an odd capacity meet in every slot.
+	// The slot of the key, or the free one where it would be. The hash's high bits choose the first slot; the second is
+	// its neighbour, and two of the hash's bits choose how far it is to each further one: 1, 4, 16 or 64 slots. A power
+	// of two and an odd capacity meet in every slot.
 	[[nodiscard]] ClientSlot &find(const ClientArray &array, uint64_t key) const
 	{
 		const uint32_t hash = keyed_hash(seed_, static_cast<uint32_t>(key), static_cast<uint32_t>(key >> 32));
 		ClientSlot *slot = array.slots + (hash * array.capacity >> 32);
-		// Most find it in the first: the distance is not worked out for them. The array is read as if others wrote
-		// to it: then it takes no registers, which every frame would have to save.
 		if (is_place_of(*slot, key)) [[likely]] {
 			return *slot;
 		}
-		const uint64_t distance = uint64_t{1} << (2 * (hash & 3));
+		slot = slot_behind(array, slot, 1);
+		if (is_place_of(*slot, key)) [[likely]] {
+			return *slot;
+		}
+		const uint64_t distance = uint64_t{1} << (hash & 6);
 		do {
-			slot += distance;
-			if (slot >= load_word(array.end)) [[unlikely]] {
-				slot -= load_word(array.capacity);
-			}
+			slot = slot_behind(array, slot, distance);
 		} while (!is_place_of(*slot, key));
 		return *slot;
+	}
+	// The array is read as if others wrote to it: then it takes no registers, which every frame would have to save.
+	[[nodiscard, gnu::always_inline]] static ClientSlot *slot_behind(const ClientArray &array, ClientSlot *slot,
+									 uint64_t distance)
+	{
+		slot += distance;
+		if (slot >= load_word(array.end)) [[unlikely]] {
+			slot -= load_word(array.capacity);
+		}
+		return slot;
 	}
 	[[nodiscard]] static bool is_place_of(const ClientSlot &slot, uint64_t key)
 	{

@@ -124,15 +124,23 @@ def measure_module(measurement, file):
     for row in range(rows.ROWS):
         if row != rows.ROW_WITHOUT_PORTAL:
             control.set_portal_mode(row, 1)
-    for size in (1, rows.FULL):
-        measurement.timed(f"filling to {size}", fill, control, size)
-        state = "1 client in each table of each interface" if size == 1 else f"24 x {size:,} clients in each table"
-        for table in rows.TABLES:
-            measurement.measure("module", f"admitted by {table}", rows.admitted(table, size), state=state, size=size)
-        for way in rows.UNADMITTED:
-            measurement.measure("module", way.name, way, state=state, size=size)
-    measurement.measure("module", rows.ADMITTED_DNS.name, rows.ADMITTED_DNS, state=state, size=rows.FULL)
-    pktgen.measure_module(measurement)
+    for table, command in rows.TABLES.items():
+        only_client = rows.interface(rows.ROW), [rows.client(table, rows.ROW, 0)]
+        control.add_clients(command, *only_client)
+        measurement.measure("module", f"admitted by {table}", rows.admitted(table, 1), state="1 client", size=1)
+        if table == "login":
+            measurement.measure("module", rows.ADMITTED_DNS.name, rows.ADMITTED_DNS, state="1 client", size=1)
+            pktgen.measure(measurement, rows.ADMITTED_DNS.name, rows.ONLY_CLIENT, 53)
+        control.add_clients(rows.OPPOSITE + command, *only_client)
+    for way in (*rows.UNADMITTED, rows.DNS_OF_STRANGER):
+        measurement.measure("module", way.name, way, state="no client", size=1)
+    pktgen.measure(measurement, rows.DNS_OF_STRANGER.name, rows.STRANGER, 53)
+    measurement.timed("filling", fill, control)
+    state, size = f"24 x {rows.FULL:,} clients in each table", rows.FULL
+    for table in rows.TABLES:
+        measurement.measure("module", f"admitted by {table}", rows.admitted(table, size), state=state, size=size)
+    for way in rows.UNADMITTED:
+        measurement.measure("module", way.name, way, state=state, size=size)
     measurement.measure("module", rows.FIRST_SEGMENTS.name, rows.FIRST_SEGMENTS,
                         state=f"none to {len(rows.NEW_CONNECTIONS):,} connections", size=rows.FULL)
     control.set_address_rules(rows.ROW, rows.GARDEN_NETWORKS)
@@ -143,15 +151,12 @@ def measure_module(measurement, file):
     unload_module("captive_portal")
 
 
-filled = {table: 0 for table in rows.TABLES}
-
-
-def fill(control, size):
-    for table, command in rows.TABLES.items():
+def fill(control):
+    """In turns: no table has the clients that came last alone."""
+    for number in range(rows.FULL):
         for row in range(rows.ROWS):
-            control.add_clients(command, rows.interface(row),
-                                (rows.client(table, row, number) for number in range(filled[table], size)))
-        filled[table] = size
+            for table, command in rows.TABLES.items():
+                control.add_clients(command, rows.interface(row), [rows.client(table, row, number)])
 
 
 def main():

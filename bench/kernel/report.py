@@ -67,10 +67,11 @@ class Kernel:
     def pktgen_figures(self):
         """Of each of its rows: name, the whole cost, what was added to the bridge alone, and what the table has."""
         costs = {row["name"]: row["cost"] for row in self.pktgen if "failure" not in row}
-        bare = costs.pop("bridge alone", None)
+        bare_stranger, bare_client = (costs.pop(name, None) for name in ("bridge alone", "bridge alone: client"))
         for name, cost in costs.items():
+            bare = bare_client if name.startswith("admitted") else bare_stranger
             own = self.get("three empty hooks", "DNS query") if name == "three empty hooks" else \
-                self.get("module", name, FULL)
+                self.get("module", name, 1)
             yield name, cost, None if bare is None else cost - bare, own
 
     def worst_difference_from_pktgen(self):

@@ -21,8 +21,9 @@ STRANGER = mac("02:33:00:00:00:01")
 STRANGERS = [mac(f"02:33:00:00:01:{number:02x}") for number in range(CLIENTS_ASKED)]
 OTHER_STRANGERS = [mac(f"02:33:00:00:02:{number:02x}") for number in range(CLIENTS_ASKED)]
 
-# Each table's sub-command that adds.
+# Each table's sub-command that adds; the next number takes away.
 TABLES = {"login": 4, "auth": 2, "white": 0, "ga_white": 26, "fallback": 31}
+OPPOSITE = 1
 
 # 24 networks, of which the last one has SERVER: an address rule each for the module, an element each for nftables.
 GARDEN_NETWORKS = [(f"198.18.{number}.0", "255.255.255.0") for number in range(23)] + [("203.0.113.0", "255.255.255.0")]
@@ -62,8 +63,8 @@ def to_server(source_mac, protocol=TCP, port=443, flags=ACK, source_port=51000):
     return frame(source_mac, GATEWAY_MAC, (CLIENT, source_port), (server, port), protocol, flags)
 
 
-def redirected(flags, source_port=51000):
-    return frame(STRANGER, ACCESS_POINT_MAC, (CLIENT, source_port), (ACCESS_POINT, HTTP_PORT), TCP, flags)
+def redirected(source_mac, flags, source_port=51000):
+    return frame(source_mac, ACCESS_POINT_MAC, (CLIENT, source_port), (ACCESS_POINT, HTTP_PORT), TCP, flags)
 
 
 def reply(source_mac, source, port):
@@ -81,15 +82,17 @@ BARE_CLIENTS = {table: Way(f"TCP of clients of {table}", [to_server(address) for
 BARE_ONE_CLIENT = {table: Way(f"TCP of one client of {table}", [to_server(client(table, ROW, 0))]) for table in TABLES}
 BARE_DNS = Way("DNS query", [to_server(address, UDP, 53) for address in STRANGERS])
 # As pktgen makes it.
-LAST_CLIENT = client("login", ROW, FULL - 1)
-BARE_DNS_OF_CLIENT = Way("DNS query of a client of login", [to_server(LAST_CLIENT, UDP, 53)])
+ONLY_CLIENT = client("login", ROW, 0)
+BARE_DNS_OF_STRANGER = Way("DNS query of one stranger", [to_server(STRANGER, UDP, 53)])
+BARE_DNS_OF_CLIENT = Way("DNS query of a client of login", [to_server(ONLY_CLIENT, UDP, 53)])
 BARE_WITHOUT_PORTAL = Way("TCP by another port", [to_server(address) for address in OTHER_STRANGERS],
                           device=interface(ROW_WITHOUT_PORTAL))
-BARE_TO_ACCESS_POINT = Way("TCP to the access point", [redirected(ACK)], comes_out_at="br0")
+BARE_TO_ACCESS_POINT = Way("TCP to the access point", [redirected(address, ACK) for address in STRANGERS],
+                           comes_out_at="br0")
 BARE_LOCAL = Way("TCP of the access point", [reply(ACCESS_POINT_MAC, ACCESS_POINT, 8080)], device="br0", kind=SENT,
                  comes_out_at=interface(ROW))
-BARE_WAYS = [BARE_TCP, *BARE_CLIENTS.values(), *BARE_ONE_CLIENT.values(), BARE_DNS, BARE_DNS_OF_CLIENT,
-             BARE_WITHOUT_PORTAL, BARE_TO_ACCESS_POINT, BARE_LOCAL]
+BARE_WAYS = [BARE_TCP, *BARE_CLIENTS.values(), *BARE_ONE_CLIENT.values(), BARE_DNS, BARE_DNS_OF_STRANGER,
+             BARE_DNS_OF_CLIENT, BARE_WITHOUT_PORTAL, BARE_TO_ACCESS_POINT, BARE_LOCAL]
 
 
 def admitted(table, size):
@@ -103,19 +106,23 @@ UNADMITTED = [
     Way("unadmitted: DNS query", BARE_DNS.frames, mark=MARK, bare=BARE_DNS.name),
     Way("no portal, in no table", BARE_WITHOUT_PORTAL.frames, device=BARE_WITHOUT_PORTAL.device,
         bare=BARE_WITHOUT_PORTAL.name),
-    Way("redirect: SYN of a known connection", [to_server(STRANGER, port=80, flags=SYN)], comes_out_at="br0",
-        expected=[redirected(SYN)], mark=MARK, bare=BARE_TO_ACCESS_POINT.name),
-    Way("redirect: later segment", [to_server(STRANGER, port=80)], comes_out_at="br0", expected=[redirected(ACK)],
-        mark=MARK, bare=BARE_TO_ACCESS_POINT.name),
+    Way("redirect: SYN of a known connection", [to_server(address, port=80, flags=SYN) for address in STRANGERS],
+        comes_out_at="br0", expected=[redirected(address, SYN) for address in STRANGERS], mark=MARK,
+        bare=BARE_TO_ACCESS_POINT.name),
+    Way("redirect: later segment", [to_server(address, port=80) for address in STRANGERS], comes_out_at="br0",
+        expected=[redirected(address, ACK) for address in STRANGERS], mark=MARK, bare=BARE_TO_ACCESS_POINT.name),
     Way("redirect: reply rewritten", [reply(ACCESS_POINT_MAC, ACCESS_POINT, HTTP_PORT)], device="br0", kind=SENT,
         comes_out_at=interface(ROW), expected=[reply(GATEWAY_MAC, SERVER, 80)], bare=BARE_LOCAL.name),
     Way("post-routing: TCP that is none of ours", BARE_LOCAL.frames, device="br0", kind=SENT,
         comes_out_at=interface(ROW), bare=BARE_LOCAL.name),
 ]
+DNS_OF_STRANGER = Way("unadmitted: DNS query of one stranger", BARE_DNS_OF_STRANGER.frames, mark=MARK,
+                      bare=BARE_DNS_OF_STRANGER.name)
 ADMITTED_DNS = Way("admitted by login: DNS query", BARE_DNS_OF_CLIENT.frames, bare=BARE_DNS_OF_CLIENT.name)
-FIRST_SEGMENTS = Way("redirect: first SYN", [to_server(STRANGER, port=80, flags=SYN, source_port=port)
-                                             for port in NEW_CONNECTIONS], comes_out_at="br0", mark=MARK,
-                     expected=[redirected(SYN, port) for port in NEW_CONNECTIONS],
+FIRST_SEGMENTS = Way("redirect: first SYN",
+                     [to_server(STRANGERS[port % CLIENTS_ASKED], port=80, flags=SYN, source_port=port)
+                      for port in NEW_CONNECTIONS], comes_out_at="br0", mark=MARK,
+                     expected=[redirected(STRANGERS[port % CLIENTS_ASKED], SYN, port) for port in NEW_CONNECTIONS],
                      bare=BARE_TO_ACCESS_POINT.name, is_repeatable=False)
 GARDEN = Way("walled garden: address that is listed", BARE_TCP.frames, mark=MARK, bare=BARE_TCP.name)
 MODE_7 = Way("mode 7: to the internet", BARE_TCP.frames, mark=MARK, bare=BARE_TCP.name)
