@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // A mutex is held as long as its guard lives. Process context only: whoever waits sleeps, and what is done under it may
-// sleep too. A mutex is taken before any spin lock, and no two are ever held together.
+// sleep too. A mutex is taken before any spin lock, and no two are ever held together: the host platform asserts both.
 #pragma once
 
 #include "platform/platform.h"
@@ -10,6 +10,7 @@ namespace captive_portal
 
 enum class Mutex {
 	clients = CP_MUTEX_CLIENTS,
+	reports = CP_MUTEX_REPORTS,
 };
 
 class [[nodiscard]] MutexGuard

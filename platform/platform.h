@@ -53,6 +53,7 @@ void cp_spin_unlock_bh(enum cp_lock_id lock);
  */
 enum cp_mutex_id {
 	CP_MUTEX_CLIENTS,
+	CP_MUTEX_REPORTS,
 	CP_MUTEXES,
 };
 

@@ -9,7 +9,7 @@ namespace captive_portal::host
 namespace
 {
 
-constexpr const char *mutex_names[CP_MUTEXES] = {"clients_mutex"};
+constexpr const char *mutex_names[CP_MUTEXES] = {"clients_mutex", "reports_mutex"};
 
 constexpr uint32_t bit(cp_mutex_id id)
 {

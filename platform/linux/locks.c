@@ -32,9 +32,11 @@ void cp_spin_unlock_bh(enum cp_lock_id lock)
 }
 
 static DEFINE_MUTEX(clients_mutex);
+static DEFINE_MUTEX(reports_mutex);
 
 static struct mutex *const mutexes[CP_MUTEXES] = {
 	[CP_MUTEX_CLIENTS] = &clients_mutex,
+	[CP_MUTEX_REPORTS] = &reports_mutex,
 };
 
 void cp_mutex_lock(enum cp_mutex_id mutex)

@@ -57,6 +57,18 @@ TEST_F(MutexesDeathTest, DieWhereAKernelWouldComplain)
 		"clients_mutex taken while mutexes 0x1 are held");
 	EXPECT_DEATH(
 		{
+			const MutexGuard first(Mutex::clients);
+			const MutexGuard second(Mutex::reports);
+		},
+		"reports_mutex taken while mutexes 0x1 are held");
+	EXPECT_DEATH(
+		{
+			const MutexGuard first(Mutex::reports);
+			const MutexGuard second(Mutex::clients);
+		},
+		"clients_mutex taken while mutexes 0x2 are held");
+	EXPECT_DEATH(
+		{
 			const LockGuard spin(Lock::gatekeeper);
 			const MutexGuard mutex(Mutex::clients);
 		},
