@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "platform/host/bookkeeping.h"
 #include "platform/host/context.h"
@@ -121,6 +122,14 @@ size_t UserMemory::copy_in(void *to, cp_user_address from, size_t size) const
 
 size_t UserMemory::copy_out(cp_user_address to, const void *from, size_t size)
 {
+	std::function<void()> action;
+	{
+		const BookkeepingGuard guard(mutex_);
+		action = before_copy_out_;
+	}
+	if (action) {
+		action();
+	}
 	if (!range_is_the_callers(to, size)) {
 		return size;
 	}
@@ -128,6 +137,12 @@ size_t UserMemory::copy_out(cp_user_address to, const void *from, size_t size)
 	return for_each_page(to, size, writable, [&](std::byte *page, size_t done, size_t piece) {
 		std::memcpy(page, kernel + done, piece);
 	});
+}
+
+void UserMemory::before_copy_out(std::function<void()> action)
+{
+	const BookkeepingGuard guard(mutex_);
+	before_copy_out_ = std::move(action);
 }
 
 } // namespace captive_portal::host

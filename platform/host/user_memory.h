@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <span>
@@ -41,6 +42,9 @@ public:
 	[[nodiscard]] size_t copy_in(void *to, cp_user_address from, size_t size) const;
 	[[nodiscard]] size_t copy_out(cp_user_address to, const void *from, size_t size);
 
+	// Called before each copy out, where a process may wait for its page.
+	void before_copy_out(std::function<void()> action);
+
 private:
 	struct Page {
 		UserAccess access;
@@ -56,6 +60,7 @@ private:
 	// By page number. Mutable: one walker serves both directions.
 	mutable std::map<uintptr_t, Page> pages_;
 	uintptr_t next_page_ = 0x10;
+	std::function<void()> before_copy_out_;
 };
 
 } // namespace captive_portal::host

@@ -143,6 +143,17 @@ TEST_F(UserMemory, HoldsRecordsOfManyPages)
 	EXPECT_EQ((user.address() + user.size()) % 4096, 0u);
 }
 
+TEST_F(UserMemory, LetsATestInBeforeItIsCopiedOut)
+{
+	UserBuffer user(machine, 4);
+	std::vector<std::byte> before;
+	machine.user.before_copy_out([&] { before = user.read(); });
+	const uint32_t number = 0x5a5a5a5a;
+	EXPECT_EQ(cp_copy_to_user(user.address(), &number, sizeof(number)), 0u);
+	EXPECT_EQ(before, std::vector(4, std::byte{0}));
+	EXPECT_EQ(user.read(), std::vector(4, std::byte{0x5a}));
+}
+
 TEST_F(UserMemoryDeathTest, DiesWhenTheTestItselfStraysOutside)
 {
 	UserBuffer user(machine, 4);
