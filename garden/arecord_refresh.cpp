@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Asks changed rules about the cached names.
 #include "base/atomic_word.h"
-#include "base/lock.h"
-#include "garden/arecord_table.h"
+#include "garden/bucket_walk.h"
 #include "garden/walled_garden.h"
 
 namespace captive_portal
@@ -72,32 +71,13 @@ void refresh_entries(BucketWalk &walk, const RowSet &rows)
 	}
 }
 
-void refresh_bucket(ArecordBucket &bucket, const RowSet &rows)
-{
-	BucketWalk walk = {};
-	bool goes_on = false;
-	do {
-		{
-			const LockGuard guard(Lock::dns_list);
-			if (!goes_on) {
-				bucket_walks.append(walk);
-				walk.stand_at(bucket.first());
-			}
-			refresh_entries(walk, rows);
-			goes_on = walk.entry != nullptr;
-			if (!goes_on) {
-				bucket_walks.remove(walk);
-			}
-		}
-		// The network goes on between two holds.
-		cp_yield_processor();
-	} while (goes_on);
-}
-
 void refresh(const RowSet &rows)
 {
-	for (ArecordBucket &bucket : dns_aRecord) {
-		refresh_bucket(bucket, rows);
+	for (uint32_t bucket = 0; bucket < ARECORD_BUCKETS; ++bucket) {
+		walk_buckets(bucket, bucket + 1, [&rows](BucketWalk &walk) {
+			refresh_entries(walk, rows);
+			return true;
+		});
 	}
 }
 

@@ -2,7 +2,7 @@
 // How entries leave the cache: unlinked under the lock, freed without it.
 #include "base/lock.h"
 #include "garden/arecord_index.h"
-#include "garden/arecord_table.h"
+#include "garden/bucket_walk.h"
 
 namespace captive_portal
 {

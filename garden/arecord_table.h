@@ -69,28 +69,6 @@ using ArecordBucket = LinkedList<dns_arecord, &dns_arecord::hash_link>;
 
 extern ArecordBucket dns_aRecord[ARECORD_BUCKETS];
 
-// Where a walk over a bucket goes on in its next hold of the lock. Whoever takes entries out moves the walks that stand
-// at one of them.
-struct BucketWalk {
-	dns_arecord *entry; // null: the bucket's end
-	fqdn_node *name;    // of the entry, null: its first
-	uint32_t found;     // about the entry's names so far
-	uint32_t rules;     // version of the rules that were asked so far
-	ListLink<BucketWalk> link;
-
-	// The walk is at the entry, and nothing is known about it.
-	void stand_at(dns_arecord *next)
-	{
-		entry = next;
-		name = nullptr;
-		found = 0;
-	}
-};
-
-// Those under way.
-using BucketWalks = LinkedList<BucketWalk, &BucketWalk::link>;
-extern BucketWalks bucket_walks;
-
 // Entries that are in no bucket any more and belong to whoever took them out. One entry may have any number of names, so
 // they are freed without the lock.
 class TakenEntries
