@@ -18,6 +18,7 @@ captive_portal-core := \
 	garden/expiry_thread.o \
 	garden/matched_interfaces.o \
 	garden/pattern.o \
+	garden/report.o \
 	garden/rule_index.o \
 	garden/summary.o \
 	garden/walled_garden.o \

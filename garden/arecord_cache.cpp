@@ -12,7 +12,8 @@ namespace captive_portal
 
 constinit ArecordBucket dns_aRecord[ARECORD_BUCKETS] = {};
 constinit int32_t total_ip_count = 0;
-constinit uint32_t DumpMark::times_cleared_ = 1;
+constinit uint32_t DumpMark::shown_ = 1;
+constinit uint32_t DumpMark::listing_ = 0;
 
 namespace
 {
@@ -32,6 +33,7 @@ namespace
 	}
 	store_text(node->fqdn, size, fqdn);
 	node->length = static_cast<uint16_t>(fqdn.length);
+	node->is_dump = 0;
 	return node;
 }
 
@@ -71,6 +73,7 @@ void refresh_entry(dns_arecord &entry, uint32_t is_match_wg, Text fqdn, int64_t 
 	entry->bucket = slot;
 	entry->is_match_wg = is_match_wg;
 	entry->timeout = deadline;
+	entry->is_dump = 0;
 	entry->fqdn_list.append(*node);
 	return entry;
 }

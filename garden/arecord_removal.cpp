@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // How entries leave the cache: unlinked under the lock, freed without it.
 #include "base/lock.h"
+#include "base/mutex.h"
 #include "garden/arecord_index.h"
 #include "garden/bucket_walk.h"
 
@@ -97,6 +98,7 @@ void empty_cache()
 
 void free_all_entries()
 {
+	const MutexGuard no_report(Mutex::reports);
 	{
 		const LockGuard guard(Lock::dns_list);
 		for (BucketWalk &walk : bucket_walks) {

@@ -9,34 +9,37 @@
 namespace captive_portal
 {
 
-// Whether a report has shown an entry or a name since marks were cleared last: 1 or 0. Clearing all of them is one step,
-// however many there are. Zeroed memory is unmarked.
+// Whether a report has shown an entry or a name since marks were cleared last: 1 or 0; and whether it came since the last
+// listing began. Clearing all marks, or making all of them old, is one step, however many there are.
+//
+// A number is met again after 2^31 listings, or clearings: what came so long ago and was never shown is left out of one
+// listing, and what was shown so long ago and never since counts as shown.
 class DumpMark
 {
 public:
 	DumpMark() = default;
 	// NOLINTNEXTLINE(google-explicit-constructor): it is a flag.
-	operator uint8_t() const { return cleared_ == times_cleared_ ? 1 : 0; }
+	operator uint8_t() const { return number_ == shown_ ? 1 : 0; }
+	// 0: as of what comes now.
 	DumpMark &operator=(uint8_t value)
 	{
-		cleared_ = value != 0 ? times_cleared_ : 0;
+		number_ = value != 0 ? shown_ : listing_;
 		return *this;
 	}
 
-	// After 2^32 - 1 times an entry that has been there all the while may count as shown.
-	static void clear_all()
-	{
-		++times_cleared_;
-		if (times_cleared_ == 0) {
-			times_cleared_ = 1;
-		}
-	}
+	// Whether the listing that began last has yet to show it: what came since then is left out, as if it had come behind
+	// the listing's end.
+	[[nodiscard]] bool is_due() const { return number_ != shown_ && number_ != listing_; }
+
+	static void begin_listing() { listing_ += 2; }
+	static void clear_all() { shown_ += 2; }
 
 private:
-	static uint32_t times_cleared_;
+	static uint32_t shown_;   // odd
+	static uint32_t listing_; // even
 
-	// times_cleared_ when the mark was set; 0: never.
-	uint32_t cleared_;
+	// shown_ when the mark was set, else listing_ when it came.
+	uint32_t number_;
 };
 
 // One name that resolved to the address of the entry that owns the node.
@@ -91,8 +94,8 @@ private:
 // `total_ip_count` to 0 in that hold. Process context.
 void empty_cache();
 
-// Empties the cache in one hold of dns_list_lock, so that a report shows all of it or nothing, and frees it after that.
-// For the stop alone: one caller at a time. `total_ip_count` stays. Process context.
+// Empties the cache in one hold of dns_list_lock, and frees it after that. For the stop alone: one caller at a time. Takes
+// the mutex of reports, so that a report shows all of the cache or nothing. `total_ip_count` stays. Process context.
 void free_all_entries();
 
 // Room for a dotted quad and its NUL.

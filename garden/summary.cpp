@@ -4,9 +4,10 @@
 #include "base/debug_level.h"
 #include "base/interface_name.h"
 #include "base/lock.h"
+#include "base/mutex.h"
 #include "base/scan_decimal.h"
 #include "garden/arecord_table.h"
-#include "garden/matched_interfaces.h"
+#include "garden/report.h"
 
 namespace captive_portal
 {
@@ -26,10 +27,6 @@ constexpr Text mirel_target{"mirel", 5};
 constexpr Text interface_prefix{"wlan", 4};
 
 constexpr uint32_t octet_limit = 255;
-constexpr size_t line_size = 256;
-
-// Where lines are formatted: one for a whole walk, stacks are small.
-using Line = char[line_size];
 
 bool contains_dot(Text text)
 {
@@ -70,16 +67,6 @@ Field<ScannedAddress> scan_address(Text text)
 	return ScannedAddress{be32::from_host(address), in_range};
 }
 
-// What a listing shows, decoded from the target.
-struct Selection {
-	// Mask that an entry must meet.
-	uint32_t mask = ~0U;
-	bool by_address = false;
-	Ipv4Address address = {};
-	uint32_t first_bucket = 0;
-	uint32_t end_bucket = ARECORD_BUCKETS;
-};
-
 Selection decode_target(Text target)
 {
 	Selection selection;
@@ -106,152 +93,19 @@ Selection decode_target(Text target)
 	return selection;
 }
 
-// One walk's output. It counts all that a reader with room for `room` bytes would get; it stores only where there is a
-// buffer. So the same walk first measures and then, under the same lock, fills.
-class Listing
+// Collects what a reader with room for `length` bytes gets. False when there is no memory for it: nothing is marked then.
+// Readers come one at a time, and no write comes in between, so that a report shows one selection and each entry once.
+// The mutex is let go before the copy to the reader, which may wait.
+[[nodiscard]] bool collect(Report &report, size_t length)
 {
-public:
-	Listing(char *buffer, size_t room) : buffer_(buffer), room_(room) {}
-
-	[[nodiscard]] size_t produced() const { return produced_; }
-	[[nodiscard]] size_t room() const { return room_; }
-	[[nodiscard]] bool stores() const { return buffer_ != nullptr; }
-
-	// Adds the line whole, or leaves it out and says so.
-	[[nodiscard]] bool add(const char *line, size_t length)
-	{
-		if (length > room_) {
-			return false;
-		}
-		take(line, length);
-		return true;
-	}
-
-	// Adds what there is room for.
-	void add_cut(const char *line, size_t length) { take(line, length < room_ ? length : room_); }
-
-private:
-	void take(const char *line, size_t length)
-	{
-		if (buffer_ != nullptr) {
-			__builtin_memcpy(buffer_ + produced_, line, length);
-		}
-		produced_ += length;
-		room_ -= length;
-	}
-
-	char *buffer_;
-	size_t room_;
-	size_t produced_ = 0;
-};
-
-[[nodiscard]] bool is_selected(const dns_arecord &entry, const Selection &selection)
-{
-	return (entry.is_match_wg & selection.mask) != 0 && entry.is_dump == 0 &&
-	       (!selection.by_address || entry.ip == selection.address.raw);
+	const MutexGuard guard(Mutex::reports);
+	return report.collect(decode_target(text_of_field(summary_target)), summary_target, length);
 }
 
-// False when the room ends inside the entry, which then stays unmarked: the next listing repeats its first lines.
-[[nodiscard]] bool list_entry(Listing &listing, Line &line, uint32_t bucket, dns_arecord &entry)
-{
-	char address[IPV4_TEXT_SIZE];
-	format_ipv4(address, entry.ip);
-	if (!listing.add(line, cp_format(line, sizeof(line), "[%d]IP=%s, timeout=%lu\n", static_cast<int32_t>(bucket),
-					 address, static_cast<unsigned long>(entry.timeout)))) {
-		return false;
-	}
-	char interfaces[MATCHED_INTERFACES_SIZE];
-	format_matched_interfaces(interfaces, entry.is_match_wg);
-	if (!listing.add(line, cp_format(line, sizeof(line), "  match walled garden:%s\n", interfaces))) {
-		return false;
-	}
-	for (fqdn_node &node : entry.fqdn_list) {
-		if (node.is_dump != 0) {
-			continue;
-		}
-		if (!listing.add(line, cp_format(line, sizeof(line), "  fqdn = %s\n", node.fqdn))) {
-			return false;
-		}
-		if (listing.stores()) {
-			node.is_dump = 1;
-		}
-	}
-	if (listing.stores()) {
-		entry.is_dump = 1;
-	}
-	return true;
-}
-
-[[nodiscard]] bool list_entries(Listing &listing, Line &line, const Selection &selection)
-{
-	for (uint32_t bucket = selection.first_bucket; bucket < selection.end_bucket; ++bucket) {
-		for (dns_arecord &entry : dns_aRecord[bucket]) {
-			if (is_selected(entry, selection) && !list_entry(listing, line, bucket, entry)) {
-				return false;
-			}
-		}
-	}
-	return true;
-}
-
-// Called with dns_list_lock held.
-void write_listing(Listing &listing)
-{
-	constexpr char finished[] = "Finished...\n";
-	Line line;
-	const size_t header_length =
-		cp_format(line, sizeof(line), "Captive Portal DNS A Record Info, target=%s\n", summary_target);
-	listing.add_cut(line, header_length);
-	if (list_entries(listing, line, decode_target(text_of_field(summary_target)))) {
-		// Silently left out where there is no room for it.
-		static_cast<void>(listing.add(finished, sizeof(finished) - 1));
-	}
-}
-
-struct Measured {
-	size_t produced;
-	size_t room;
-};
-
-// Fills the buffer when the listing fits in it; otherwise only says how large it would be, and marks nothing.
-[[nodiscard]] Measured list_if_it_fits(char *buffer, size_t capacity, size_t length)
-{
-	const LockGuard guard(Lock::dns_list);
-	Listing measured(nullptr, length);
-	write_listing(measured);
-	if (measured.produced() <= capacity) {
-		Listing stored(buffer, length);
-		write_listing(stored);
-	}
-	return {measured.produced(), measured.room()};
-}
-
-class LargeBuffer
-{
-public:
-	explicit LargeBuffer(size_t size) : memory_(static_cast<char *>(cp_alloc_large(size))) {}
-	~LargeBuffer() { cp_free_large(memory_); }
-	LargeBuffer(const LargeBuffer &) = delete;
-	LargeBuffer &operator=(const LargeBuffer &) = delete;
-
-	[[nodiscard]] char *get() const { return memory_; }
-
-private:
-	char *memory_;
-};
-
-// The cache may grow between two tries.
-constexpr size_t capacity_for(size_t produced, size_t length)
-{
-	const size_t generous = produced + produced / 4 + line_size;
-	return generous < length ? generous : length;
-}
-
-void log_read(const Measured &listed)
+void log_read(size_t produced, size_t room)
 {
 	if (debug_level_reaches(3)) {
-		cp_log(CP_LOG_DEBUG, "%s [%d]: total_read=%zu, len=%zu\n", "summary_read", __LINE__, listed.produced,
-		       listed.room);
+		cp_log(CP_LOG_DEBUG, "%s [%d]: total_read=%zu, len=%zu\n", "summary_read", __LINE__, produced, room);
 	}
 }
 
@@ -292,9 +146,10 @@ struct WrittenText {
 	return false;
 }
 
-// Selects, and makes every entry and every name listable again.
+// Selects, and makes every entry and every name listable again. Waits for a report that is being collected.
 void select_target(const WrittenText &written)
 {
+	const MutexGuard no_report(Mutex::reports);
 	const LockGuard guard(Lock::dns_list);
 	store_text(summary_target, text_of_field(written.characters));
 	DumpMark::clear_all();
@@ -311,22 +166,17 @@ long captive_portal_summary_read(cp_user_address buffer, size_t length, int64_t 
 	if (*position > 0) {
 		return 0;
 	}
-	Measured listed = list_if_it_fits(nullptr, 0, length);
-	for (size_t capacity = 0; listed.produced > capacity;) {
-		capacity = capacity_for(listed.produced, length);
-		const LargeBuffer copy(capacity);
-		if (copy.get() == nullptr) {
-			return no_memory;
-		}
-		listed = list_if_it_fits(copy.get(), capacity, length);
-		if (listed.produced <= capacity) {
-			// What cannot be written there was listed all the same.
-			static_cast<void>(cp_copy_to_user(buffer, copy.get(), listed.produced));
-		}
+	Report report;
+	if (!collect(report, length)) {
+		return no_memory;
 	}
-	log_read(listed);
-	*position = static_cast<int64_t>(listed.produced);
-	return static_cast<long>(listed.produced);
+	if (report.size() != 0) {
+		// What cannot be written there was listed all the same.
+		static_cast<void>(cp_copy_to_user(buffer, report.text(), report.size()));
+	}
+	log_read(report.size(), length - report.size());
+	*position = static_cast<int64_t>(report.size());
+	return static_cast<long>(report.size());
 }
 
 long captive_portal_summary_write(cp_user_address buffer, size_t count)

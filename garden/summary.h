@@ -10,7 +10,8 @@ namespace captive_portal
 
 enum : uint32_t { SUMMARY_TARGET_SIZE = 20 };
 
-// The selection: "all", "mirel", an address or an interface name, as it was written. Guarded by dns_list_lock.
+// The selection: "all", "mirel", an address or an interface name, as it was written. Written with the
+// mutex of reports and dns_list_lock held; either is enough to read it.
 extern char summary_target[SUMMARY_TARGET_SIZE];
 
 extern const cp_proc_file summary_file;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Commands and hooks at once, on the rules and the cache. The thread sanitizer judges the accesses, the cases what comes
 // of them.
+#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -375,6 +376,81 @@ TEST_F(GardenThreadsTest, ReadersWritersAnswersRulesAndExpiryGoTogether)
 	machine.clock.advance(100);
 	machine.threads.advance(6000);
 	EXPECT_EQ(total_ip_count, 0);
+	EXPECT_EQ(machine.unload(), 0);
+	EXPECT_TRUE(machine.live_allocations().empty());
+}
+
+// Whatever else is done to the cache, an address that stays is listed once between two writes, by one of the readers.
+TEST_F(GardenThreadsTest, TwoReadersNeverListTheSameAddress)
+{
+	load_module();
+	machine.log.keep(false);
+	constexpr uint32_t staying = 200;
+	for (uint32_t number = 0; number < staying; ++number) {
+		const ExactText name("one.example");
+		// In three buckets.
+		add_dns_arecord(number % 3, 1, name.text(),
+				ipv4(9, 9, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)), 1'000'000);
+	}
+	std::atomic<bool> stop = false;
+	std::vector<std::thread> others;
+	const auto repeat = [&](auto body) {
+		others.emplace_back([&stop, body]() mutable {
+			for (uint32_t round = 0; !stop; ++round) {
+				body(round);
+			}
+		});
+	};
+	// Addresses that come and go between those that stay, and names that come to them.
+	repeat([](uint32_t round) {
+		const host::SoftirqContext softirq;
+		const ExactText name(round % 2 == 0 ? "one.example" : "two.example");
+		const Ipv4Address ip = ipv4(8, 8, 8, static_cast<uint8_t>(round % 100));
+		add_dns_arecord(round % 3, 1, name.text(), ip, round % 3);
+	});
+	repeat([&](uint32_t) {
+		machine.clock.advance(1);
+		machine.threads.advance(6000);
+	});
+	repeat([](uint32_t) { EXPECT_EQ(WgRecord(UPDATE_RULE, 1, 1).domain("three.*").write(), 0); });
+	for (int round = 0; round < rounds / 10; ++round) {
+		ASSERT_EQ(select(machine, "all"), 3);
+		std::array<std::string, 2> listings;
+		std::vector<std::thread> readers;
+		for (std::string &listing : listings) {
+			readers.emplace_back([&] {
+				// One may come when the other has listed all, so each comes several times.
+				for (int i = 0; i < 3; ++i) {
+					UserBuffer buffer(machine, 64 * 1024);
+					int64_t position = 0;
+					const long produced =
+						machine.proc_read(buffer.address(), buffer.size(), position);
+					ASSERT_GT(produced, 0);
+					const std::vector<std::byte> bytes = buffer.read();
+					listing.append(reinterpret_cast<const char *>(bytes.data()),
+						       static_cast<size_t>(produced));
+				}
+			});
+		}
+		for (std::thread &reader : readers) {
+			reader.join();
+		}
+		const std::string both = listings[0] + listings[1];
+		uint32_t listed = 0;
+		for (size_t at = both.find("IP=9.9."); at != std::string::npos; at = both.find("IP=9.9.", at + 1)) {
+			++listed;
+		}
+		EXPECT_EQ(listed, staying);
+		for (uint32_t number = 0; number < staying; ++number) {
+			const std::string address =
+				"IP=9.9." + std::to_string(number >> 8) + "." + std::to_string(number % 256) + ",";
+			EXPECT_NE(both.find(address), std::string::npos) << address;
+		}
+	}
+	stop = true;
+	for (std::thread &other : others) {
+		other.join();
+	}
 	EXPECT_EQ(machine.unload(), 0);
 	EXPECT_TRUE(machine.live_allocations().empty());
 }

@@ -521,85 +521,12 @@ TEST_F(SummaryRead, FailsWithoutMemoryAndMarksNothing)
 	EXPECT_EQ(read(), header() + server_lines + www + cdn + second_lines + finished);
 }
 
-TEST_F(SummaryRead, MeasuresInOneHoldAndListsInAnother)
-{
-	add_three();
-	const uint64_t before = machine.locks.acquisitions(CP_LOCK_DNS_LIST);
-	EXPECT_EQ(read(), header() + server_lines + www + cdn + second_lines + finished);
-	EXPECT_EQ(machine.locks.acquisitions(CP_LOCK_DNS_LIST), before + 2);
-}
-
 TEST_F(SummaryRead, NeedsNoMemoryForNoRoom)
 {
 	add_three();
 	machine.memory.fail_all_allocations(true);
 	EXPECT_EQ(read(0), "");
 	machine.memory.fail_all_allocations(false);
-}
-
-TEST_F(SummaryRead, AsksForAsMuchMemoryAsTheListingNeedsNotTheReader)
-{
-	std::vector<size_t> sizes;
-	machine.memory.before_large_allocation([&](size_t size) { sizes.push_back(size); });
-	add_three();
-	static_cast<void>(read(100));
-	int64_t position = 0;
-	UserBuffer buffer(machine, 4096);
-	// What is behind the buffer is never reached.
-	EXPECT_GT(machine.proc_read(buffer.address(), size_t{1} << 40, position), 0);
-	ASSERT_EQ(sizes.size(), 2u);
-	EXPECT_EQ(sizes[0], 100u);
-	EXPECT_LT(sizes[1], 1024u);
-}
-
-TEST_F(SummaryRead, TriesAgainWhenTheCacheHasOutgrownTheMemory)
-{
-	add_three();
-	int allocations = 0;
-	machine.memory.before_large_allocation([&](size_t) {
-		if (++allocations == 1) {
-			for (int i = 0; i < 100; ++i) {
-				add(ipv4(1, 0, 0, 1), "name" + std::to_string(i) + ".example", 1, 60);
-			}
-		}
-	});
-	const std::string listing = read();
-	EXPECT_EQ(allocations, 2);
-	EXPECT_TRUE(listing.starts_with(header() + "[1]IP=1.0.0.1, timeout=1000060\n  match walled garden: 1-1\n"
-						   "  fqdn = name0.example\n"));
-	EXPECT_TRUE(
-		listing.ends_with("  fqdn = name99.example\n" + server_lines + www + cdn + second_lines + finished));
-	EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 1 + 2 + 100 + 4 + 3 + 1);
-	EXPECT_EQ(read(), header() + finished);
-}
-
-TEST_F(SummaryRead, FailsWhenTheSecondTryHasNoMemory)
-{
-	add_three();
-	int allocations = 0;
-	machine.memory.before_large_allocation([&](size_t) {
-		if (++allocations == 1) {
-			for (int i = 0; i < 100; ++i) {
-				add(ipv4(1, 0, 0, 1), "name" + std::to_string(i) + ".example", 1, 60);
-			}
-			machine.memory.fail_allocation(2);
-		}
-	});
-	UserBuffer buffer(machine, 65536);
-	int64_t position = 0;
-	EXPECT_EQ(machine.proc_read(buffer.address(), 65536, position), -12);
-	EXPECT_EQ(position, 0);
-	EXPECT_EQ(marks_of(server), (Marks{0, 0, 0}));
-}
-
-TEST_F(SummaryRead, ListsWhatIsLeftWhenTheCacheShrinksInBetween)
-{
-	add_three();
-	machine.memory.before_large_allocation([&](size_t) {
-		machine.clock.advance(61);
-		machine.threads.advance(6000);
-	});
-	EXPECT_EQ(read(), header() + server_lines + www + cdn + finished);
 }
 
 TEST_F(SummaryRead, CountsWhatCannotBeCopiedAndKeepsTheMarks)
