@@ -84,12 +84,6 @@ void seed_arecord_index()
 	seed = draw_hash_seed();
 }
 
-void clear_arecord_index()
-{
-	__builtin_memset(chain_of_hash, 0, sizeof(chain_of_hash));
-	indexed_entries = 0;
-}
-
 // The names of an entry are a tree too, whose root is the first of them. The bits of a name's hash lead down it until
 // the name is met, or the place where it belongs: n names are some log2(n) steps deep, whoever chooses them. Names only
 // come; they go all at once, with their entry.

@@ -24,9 +24,6 @@ void unindex_entry(dns_arecord &entry);
 // Draws new random numbers for the hashes. Only while the index is empty.
 void seed_arecord_index();
 
-// Takes all entries out of the index at once.
-void clear_arecord_index();
-
 // Where a name is among the names of an entry, or would be.
 struct NamePlace {
 	fqdn_node *node;  // null: the entry does not have the name

@@ -19,9 +19,6 @@ constexpr uint32_t entries_per_hold = 32;
 // Nodes that are freed before others may run.
 constexpr uint32_t nodes_per_turn = 1024;
 
-// What stop has taken out of each bucket. Only stop touches it, so it needs no lock.
-constinit dns_arecord *taken_from_bucket[ARECORD_BUCKETS] = {};
-
 // Frees what is in no list any more, and lets others run now and then: one entry may have any number of names.
 class Release
 {
@@ -47,6 +44,30 @@ private:
 
 	uint32_t freed_ = 0;
 };
+
+// Takes all entries out and frees them, in several holds of dns_list_lock. Calls `last` in the one that leaves none.
+template <typename Last> void take_all_out(Last last)
+{
+	uint32_t bucket = 0;
+	while (true) {
+		// Lives longer than the hold.
+		TakenEntries taken;
+		const LockGuard guard(Lock::dns_list);
+		for (uint32_t left = entries_per_hold; left != 0 && bucket < ARECORD_BUCKETS;) {
+			if (dns_arecord *const entry = dns_aRecord[bucket].first()) {
+				taken.take(*entry);
+				--left;
+			} else {
+				++bucket;
+			}
+		}
+		if (arecord_index_is_empty()) {
+			last();
+			return;
+		}
+		bucket %= ARECORD_BUCKETS;
+	}
+}
 
 } // namespace
 
@@ -74,49 +95,16 @@ void TakenEntries::take(dns_arecord &entry)
 
 void empty_cache()
 {
-	uint32_t bucket = 0;
-	while (true) {
-		// Lives longer than the hold.
-		TakenEntries taken;
-		const LockGuard guard(Lock::dns_list);
-		for (uint32_t left = entries_per_hold; left != 0 && bucket < ARECORD_BUCKETS;) {
-			if (dns_arecord *const entry = dns_aRecord[bucket].first()) {
-				taken.take(*entry);
-				--left;
-			} else {
-				++bucket;
-			}
-		}
-		if (arecord_index_is_empty()) {
-			seed_arecord_index();
-			total_ip_count = 0;
-			return;
-		}
-		bucket %= ARECORD_BUCKETS;
-	}
+	take_all_out([] {
+		seed_arecord_index();
+		total_ip_count = 0;
+	});
 }
 
 void free_all_entries()
 {
 	const MutexGuard no_report(Mutex::reports);
-	{
-		const LockGuard guard(Lock::dns_list);
-		for (BucketWalk &walk : bucket_walks) {
-			walk.stand_at(nullptr);
-		}
-		clear_arecord_index();
-		for (uint32_t bucket = 0; bucket < ARECORD_BUCKETS; ++bucket) {
-			taken_from_bucket[bucket] = dns_aRecord[bucket].first();
-			dns_aRecord[bucket] = {};
-		}
-	}
-	Release release;
-	for (uint32_t bucket = 0; bucket < ARECORD_BUCKETS; ++bucket) {
-		while (dns_arecord *const entry = taken_from_bucket[bucket]) {
-			taken_from_bucket[bucket] = entry->hash_link.next;
-			release.free_entry(*entry);
-		}
-	}
+	take_all_out([] {});
 }
 
 } // namespace captive_portal

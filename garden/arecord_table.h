@@ -94,8 +94,8 @@ private:
 // `total_ip_count` to 0 in that hold. Process context.
 void empty_cache();
 
-// Empties the cache in one hold of dns_list_lock, and frees it after that. For the stop alone: one caller at a time. Takes
-// the mutex of reports, so that a report shows all of the cache or nothing. `total_ip_count` stays. Process context.
+// Empties the cache as empty_cache() does, for the stop: takes the mutex of reports, so that a report shows all of the
+// cache or nothing. `total_ip_count` stays. Process context.
 void free_all_entries();
 
 // Room for a dotted quad and its NUL.
