@@ -12,14 +12,14 @@ ROWS, FULL = 24, int(os.environ["CLIENTS"])
 ROW, ROW_WITHOUT_PORTAL = 10, 23
 MARK, HTTP_PORT = 5222, 20083  # of ROW
 # Of a full table, from its first to its last; also how many strangers there are. Many, because hash tables have another key
-# in each boot, and so another length of each chain.
-CLIENTS_ASKED = 64
+# in each boot, and so another length of each chain. Each is asked twice in all batches of a row.
+CLIENTS_ASKED = 992
 
 ACCESS_POINT_MAC, GATEWAY_MAC = mac("02:00:00:00:00:01"), mac("02:00:00:00:00:fe")
 ACCESS_POINT, SERVER, RESOLVER, CLIENT = "192.168.100.1", "203.0.113.10", "203.0.113.53", "192.168.100.50"
 STRANGER = mac("02:33:00:00:00:01")
-STRANGERS = [mac(f"02:33:00:00:01:{number:02x}") for number in range(CLIENTS_ASKED)]
-OTHER_STRANGERS = [mac(f"02:33:00:00:02:{number:02x}") for number in range(CLIENTS_ASKED)]
+STRANGERS = [bytes([2, 0x33, 0, 1]) + number.to_bytes(2, "big") for number in range(CLIENTS_ASKED)]
+OTHER_STRANGERS = [bytes([2, 0x33, 0, 2]) + number.to_bytes(2, "big") for number in range(CLIENTS_ASKED)]
 
 # Each table's sub-command that adds; the next number takes away.
 TABLES = {"login": 4, "auth": 2, "white": 0, "ga_white": 26, "fallback": 31}
