@@ -57,6 +57,24 @@ private:
 	ModuleState state_;
 };
 
+// Of the entry of an address, as it came after `before`, or of the name that has come to it; if nothing came, of nothing.
+void set_listed_of_what_came(ModuleState &state, const ModuleState &before, uint64_t address, bool listed)
+{
+	const auto entry_in = [address](auto &cache) {
+		return std::ranges::find_if(cache, [address](const auto &entry) { return entry.address == address; });
+	};
+	const auto entry = entry_in(state.cache);
+	if (entry == state.cache.end()) {
+		return;
+	}
+	const auto old_entry = entry_in(before.cache);
+	if (old_entry == before.cache.end()) {
+		entry->listed = listed;
+	} else if (old_entry->names.size() != entry->names.size()) {
+		entry->names.back().listed = listed;
+	}
+}
+
 void ProcRun::act()
 {
 	switch (input_.below(12)) {
@@ -151,12 +169,14 @@ void ProcRun::read()
 	const std::vector<std::byte> clean(room, std::byte{0xee});
 	buffer.write(clean);
 	bool grown = false;
+	const ModuleState before = state_;
 	ModuleState grown_state = state_;
+	Ipv4Address address = {};
 	if (grows) {
-		const Ipv4Address address = pick_address(input_);
+		address = pick_address(input_);
 		const std::string name = text_in_field(pick_domain(input_).c_str(), 127);
 		apply_answer(grown_state, ~0u, name, address.raw, start_of_time);
-		machine_.memory.before_large_allocation([&, address, name](size_t) {
+		machine_.memory.before_large_allocation([&, name](size_t) {
 			if (!grown) {
 				add_dns_arecord(arecord_bucket(address), ~0u, {name.data(), name.size()}, address, 0);
 			}
@@ -173,13 +193,16 @@ void ProcRun::read()
 	if (grown) {
 		state_ = grown_state;
 	}
-	// Measured once, then filled, and once more when it grew meanwhile.
+	// Bounded first, then listed.
 	REQUIRE_PROPERTY(steps <= 2000 + 4 * steps_of_walk(), "the steps of a read are bounded");
 
 	std::string expected;
 	if (old_position <= 0) {
 		ModuleState marked = state_;
+		// What came while the read was under way is not part of its listing.
+		set_listed_of_what_came(marked, before, address.raw, true);
 		expected = apply_read(marked, length);
+		set_listed_of_what_came(marked, before, address.raw, false);
 		if (fails && !grows && !expected.empty()) {
 			REQUIRE_PROPERTY(result == no_memory && position == old_position, "no memory, no listing");
 			expected.clear();
