@@ -47,8 +47,8 @@ double bytes_of_connection()
 					  .tcp(client.port.host(), 80)
 					  .syn();
 		packet.arrive(syn, "wlan-1-1", nullptr);
-		static_cast<void>(incoming.at_pre_routing[0](packet.view()));
-		require(incoming.at_pre_routing[1](packet.view()) == CP_ACCEPT && packet.is_for_host(),
+		static_cast<void>(incoming.at_pre_routing[0](packet.view(), packet.ports()));
+		require(incoming.at_pre_routing[1](packet.view(), packet.ports()) == CP_ACCEPT && packet.is_for_host(),
 			"a SYN was not redirected");
 	}
 	return static_cast<double>(live_block_bytes() - before) / connections;

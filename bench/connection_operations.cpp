@@ -54,8 +54,9 @@ void prepare(uint64_t connections)
 	FlatPacket packet;
 	const Frame learn = frame().from(host_of(connection_client(0))).to(server).tcp(1024, 80).ack();
 	packet.arrive(learn, "wlan-1-1", nullptr);
-	packet.view()->mark = cp_interface_mark(0);
-	require(nf_cp_check(packet.view()) == CP_ACCEPT && packet.is_for_host(), "nothing was redirected");
+	*packet.view()->mark = cp_interface_mark(0);
+	require(nf_cp_check(packet.view(), packet.ports()) == CP_ACCEPT && packet.is_for_host(),
+		"nothing was redirected");
 	fill_connections(static_cast<uint32_t>(connections));
 }
 
@@ -72,7 +73,8 @@ void end_connection(const Client &client)
 	const Frame end =
 		frame().from(access_point).to(host_of(client)).tcp(cp_http_port(0), client.port.host()).fin_ack();
 	packet.arrive(end, nullptr, "wlan-1-1");
-	require(nf_cp_change(packet.view()) == CP_ACCEPT && std::memcmp(packet.bytes(), end.data(), end.size()) != 0,
+	require(nf_cp_change(packet.view(), packet.ports()) == CP_ACCEPT &&
+			std::memcmp(packet.bytes(), end.data(), end.size()) != 0,
 		"a connection that was to be ended is not there");
 }
 
