@@ -7,6 +7,7 @@
 namespace captive_portal
 {
 
+static_assert(sizeof(void *) == sizeof(uint64_t), "a word that is read without a lock may have 64 bits");
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "control records and the A-record buckets are little-endian");
 
 // A 16-bit number in network order. `raw` is the field's bytes read as a native number.

@@ -100,19 +100,12 @@ private:
 	cp_packet *packet_;
 };
 
-// A packet and the devices of a hook's call: two pointers, to be passed by value. Reads go through the platform's fields each
-// time and give values, so none outlives a move of the packet's data.
+// To be passed by value: it is a pointer. Reads go through the platform's fields each time and give values, so none outlives
+// a move of the packet's data.
 class Packet
 {
 public:
-	Packet(cp_packet *packet, const cp_ports *ports) : packet_(packet), ports_(ports) {}
-
-	// The packet alone, where nobody asks for the devices any more: one pointer less to keep.
-	[[nodiscard]] Packet without_ports() const { return {packet_, nullptr}; }
-
-	// Names of the ingress and egress device, null where the hook has none.
-	[[nodiscard]] const char *in_name() const { return cp_in_name(ports_); }
-	[[nodiscard]] const char *out_name() const { return cp_out_name(ports_); }
+	explicit Packet(cp_packet *packet) : packet_(packet) {}
 
 	[[nodiscard]] uint32_t mark() const { return cp_packet_mark(packet_); }
 	void set_mark(uint32_t mark) { cp_packet_mark(packet_) = mark; }
@@ -251,6 +244,19 @@ private:
 	[[nodiscard]] static uint32_t transport_offset_of_cut_header(const cp_packet *packet);
 
 	cp_packet *packet_;
+};
+
+// A packet with the devices of the hook that it is at. Whoever does not ask for those takes the packet alone.
+class PacketAtHook : public Packet
+{
+public:
+	PacketAtHook(cp_packet *packet, const cp_ports *ports) : Packet(packet), ports_(ports) {}
+
+	// Names of the ingress and egress device, null where the hook has none.
+	[[nodiscard]] const char *in_name() const { return cp_in_name(ports_); }
+	[[nodiscard]] const char *out_name() const { return cp_out_name(ports_); }
+
+private:
 	const cp_ports *ports_;
 };
 

@@ -269,14 +269,14 @@ cp_verdict judge_wireless(Packet packet, uint32_t index)
 }
 
 // Of a device whose name is not plain. By a copy of the name: the device may be renamed meanwhile.
-[[gnu::noinline]] cp_verdict judge_by_copied_name(Packet packet)
+[[gnu::noinline]] cp_verdict judge_by_copied_name(PacketAtHook packet)
 {
 	char copy[CP_INTERFACE_NAME_SIZE];
 	const Text name = copy_name(copy, packet.in_name());
 	return starts_with(name, wireless_prefix) ? judge_wireless(packet, index_of_name(name)) : judge_wired(packet);
 }
 
-cp_verdict judge(Packet packet)
+cp_verdict judge(PacketAtHook packet)
 {
 	const Field<EtherType> type = packet.ether_type();
 	if (type == EtherType::exempt_first || type == EtherType::exempt_second) {
@@ -290,21 +290,21 @@ cp_verdict judge(Packet packet)
 		return judge_wired(packet);
 	}
 	const uint32_t index = plain_interface_index(packet.in_name());
-	return index != not_a_plain_name ? judge_wireless(packet.without_ports(), index) : judge_by_copied_name(packet);
+	return index != not_a_plain_name ? judge_wireless(packet, index) : judge_by_copied_name(packet);
 }
 
-[[gnu::noinline]] cp_verdict judge_any_frame(Packet packet)
+[[gnu::noinline]] cp_verdict judge_any_frame(PacketAtHook packet)
 {
 	return judge(packet);
 }
 
 } // namespace
 
-// IPv4 that has its headers needs no question for each of their fields. One function, so that nothing is passed on or saved on
-// its way.
+// IPv4 that has its headers needs no question for each of their fields. In line as far as the compiler can, so that nothing is
+// passed on or saved on its way.
 [[gnu::flatten]] cp_verdict ebt_gate_keeper(cp_packet *raw, const cp_ports *ports)
 {
-	const Packet packet(raw, ports);
+	const PacketAtHook packet(raw, ports);
 	return packet.has_headers() && packet.ether_type() == EtherType::ipv4 ? judge(packet) : judge_any_frame(packet);
 }
 

@@ -132,7 +132,7 @@ private:
 		} while (!is_place_of(*slot, key));
 		return *slot;
 	}
-	// The array is read as if others wrote to it: then it takes no registers, which every frame would have to save.
+	// The array is read as if others wrote to it: then it takes fewer registers, which every frame would have to save.
 	[[nodiscard, gnu::always_inline]] static ClientSlot *slot_behind(const ClientArray &array, ClientSlot *slot,
 									 uint64_t distance)
 	{

@@ -77,7 +77,7 @@ ClientWriteSection::~ClientWriteSection()
 	client_sequence.end_writing();
 }
 
-void ClientWriteSection::hide(uint32_t first_row, uint32_t rows, uint32_t lists)
+void ClientWriteSection::hide(uint32_t first_row, uint32_t rows, uint32_t lists) const
 {
 	client_index.hide(first_row, rows, lists);
 	client_sequence.begin_exception();

@@ -89,7 +89,7 @@ public:
 	ClientWriteSection &operator=(const ClientWriteSection &) = delete;
 
 	// The packet path takes lists (bits of ClientLists) of rows for empty until empty_hidden_lists() has emptied them.
-	static void hide(uint32_t first_row, uint32_t rows, uint32_t lists);
+	void hide(uint32_t first_row, uint32_t rows, uint32_t lists) const;
 
 private:
 	LockGuard guard_;

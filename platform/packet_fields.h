@@ -5,7 +5,8 @@
 
 #include "platform/platform.h"
 
-// The Ethernet header, and how many bytes are readable there: 14, fewer only in a cut frame. Null if none.
+// The Ethernet header, not to be read if there are no bytes, and how many bytes are readable there: 14, fewer only in a cut
+// frame.
 [[nodiscard]] inline const uint8_t *cp_packet_ethernet(const cp_packet *packet);
 [[nodiscard]] inline uint32_t cp_packet_ethernet_bytes(const cp_packet *packet);
 

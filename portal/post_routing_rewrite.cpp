@@ -22,13 +22,13 @@ namespace
 constexpr uint8_t ipv4_version = 4;
 constexpr uint16_t dns_port = 53;
 
-[[nodiscard]] Text egress_name(Packet packet)
+[[nodiscard]] Text egress_name(PacketAtHook packet)
 {
 	return packet.out_name() != nullptr ? text_of_field(packet.out_name(), CP_INTERFACE_NAME_SIZE) : Text{};
 }
 
 // True for a UDP packet from port 53 on its way out to a wireless client, whoever sent it. The IPv4 total length only gates.
-[[nodiscard]] bool is_dns_answer(Packet packet)
+[[nodiscard]] bool is_dns_answer(PacketAtHook packet)
 {
 	if (!(packet.source_port() == be16::from_host(dns_port))) {
 		return false;
@@ -55,7 +55,7 @@ void hand_off_dns_answer(Packet packet)
 
 // Nothing is done to such a frame. Few come here, so it is asked where there would be something to do. Devices' names end
 // with their NUL, so there is no need to know the length.
-[[nodiscard]] bool leaves_by_loopback(Packet packet)
+[[nodiscard]] bool leaves_by_loopback(PacketAtHook packet)
 {
 	const char *const name = packet.out_name();
 	return name != nullptr && name[0] == 'l' && name[1] == 'o' && name[2] == '\0';
@@ -102,7 +102,7 @@ int32_t row_of_reply_port(uint16_t port)
 }
 
 // Called at debug level 3 only.
-void log_pass(Packet packet)
+void log_pass(PacketAtHook packet)
 {
 	const Field<Ipv4Address> source = packet.source_address();
 	const Field<Ipv4Address> destination = packet.destination_address();
@@ -162,15 +162,15 @@ void rewrite_reply(Packet packet, uint32_t row)
 // The three ways of a frame. Functions of their own, which end the hook, so that a frame that takes none of them saves no
 // register and has no stack frame.
 
-[[gnu::noinline]] cp_verdict change_udp(Packet packet)
+[[gnu::noinline]] cp_verdict change_udp(PacketAtHook packet)
 {
-	if (!leaves_by_loopback(packet) && is_dns_answer(packet)) {
+	if (is_dns_answer(packet)) {
 		hand_off_dns_answer(packet);
 	}
 	return CP_ACCEPT;
 }
 
-[[gnu::noinline]] cp_verdict change_tcp(Packet packet, uint16_t port)
+[[gnu::noinline]] cp_verdict change_tcp(PacketAtHook packet, uint16_t port)
 {
 	if (leaves_by_loopback(packet)) {
 		return CP_ACCEPT;
@@ -184,7 +184,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 	return CP_ACCEPT;
 }
 
-[[gnu::noinline, gnu::cold]] cp_verdict log_and_pass(Packet packet)
+[[gnu::noinline, gnu::cold]] cp_verdict log_and_pass(PacketAtHook packet)
 {
 	if (!leaves_by_loopback(packet)) {
 		log_pass(packet);
@@ -192,7 +192,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 	return CP_ACCEPT;
 }
 
-[[gnu::always_inline]] inline cp_verdict change(Packet packet)
+[[gnu::always_inline]] inline cp_verdict change(PacketAtHook packet)
 {
 	const Field<IpProtocol> protocol = packet.protocol();
 	if (!(protocol == IpProtocol::tcp)) {
@@ -205,7 +205,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 	return debug_level_reaches(3) ? log_and_pass(packet) : CP_ACCEPT;
 }
 
-[[gnu::noinline, gnu::cold]] cp_verdict change_cut_packet(Packet packet)
+[[gnu::noinline, gnu::cold]] cp_verdict change_cut_packet(PacketAtHook packet)
 {
 	return change(packet);
 }
@@ -214,7 +214,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 
 cp_verdict nf_cp_change(cp_packet *raw, const cp_ports *ports)
 {
-	const Packet packet(raw, ports);
+	const PacketAtHook packet(raw, ports);
 	return packet.has_ipv4_header() ? change(packet) : change_cut_packet(packet);
 }
 

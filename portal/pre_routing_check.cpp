@@ -375,7 +375,7 @@ cp_verdict intercept(Packet packet, uint32_t mode, IngressBridge &bridge)
 	return judge_special_marks(packet, bridge);
 }
 
-[[gnu::noinline]] cp_verdict check(Packet packet)
+[[gnu::noinline]] cp_verdict check(PacketAtHook packet)
 {
 	IngressBridge bridge(packet.in_name());
 	const uint32_t mode = is_captive_portal_enable(packet.mark());
@@ -386,7 +386,7 @@ cp_verdict intercept(Packet packet, uint32_t mode, IngressBridge &bridge)
 
 cp_verdict nf_cp_check(cp_packet *raw, const cp_ports *ports)
 {
-	const Packet packet(raw, ports);
+	const PacketAtHook packet(raw, ports);
 	// Nearly every frame of an admitted client is one that check() accepts without a word.
 	const bool passes = packet.mark() == 0 && are_rows_filled() && !debug_level_reaches(3) &&
 			    packet.has_ipv4_header() && !(packet.destination_address() == load_word(socialogin_addr));

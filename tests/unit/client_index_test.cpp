@@ -15,8 +15,11 @@
 #include <vector>
 
 #include "base/interface_name.h"
+#include "gatekeeper/bridge_gatekeeper.h"
 #include "platform/host/context.h"
 #include "platform/host/read_sections.h"
+#include "tests/support/cast.h"
+#include "tests/support/frame_builder.h"
 #include "tests/unit/gatekeeper_commands_fixture.h"
 
 namespace captive_portal::test
@@ -397,6 +400,36 @@ TEST_F(ClientIndexTest, AFlushIsSeenWholeWhileItClearsOneAddressAfterTheOther)
 	run(record_of(FLUSH_CAPTIVE_PORTAL_TABLE, "all"));
 	EXPECT_EQ(looks, 8U);
 	machine.threads.on_yield({});
+}
+
+// A frame asks in line, and learns of the flush from the sequence count alone: the row that is disconnected drops it.
+TEST_F(ClientIndexTest, AFrameMeetsAFlushWhole)
+{
+	constexpr uint32_t clients = 600;
+	add_login(0, clients);
+	set_behavior(machine, "wlan-1-1", OVRA_PASS_DHCP, OVRA_DISCONNECTED);
+	const auto verdict = [](uint32_t number) {
+		Host client = client_of_wlan_1_1;
+		const MacAddress mac = address(number);
+		std::copy(std::begin(mac.bytes), std::end(mac.bytes), client.mac.begin());
+		host::PacketBuffer packet(frame().from(client).to(upstream_server).tcp(51000, 443));
+		packet.in_name = "wlan-1-1";
+		return host::run_hook(ebt_gate_keeper, packet);
+	};
+	ASSERT_EQ(verdict(0), CP_ACCEPT);
+	uint32_t looks = 0;
+	machine.threads.on_yield([&](uint64_t) {
+		++looks;
+		std::thread bridge([&] {
+			for (uint32_t number = 0; number < clients; ++number) {
+				EXPECT_EQ(verdict(number), CP_DROP) << number;
+			}
+		});
+		bridge.join();
+	});
+	run(record_of(FLUSH_CAPTIVE_PORTAL_TABLE, "wlan-1-1"));
+	machine.threads.on_yield({});
+	EXPECT_EQ(looks, 2U);
 }
 
 // Rows share words with their neighbours.

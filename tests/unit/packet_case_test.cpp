@@ -13,9 +13,9 @@ namespace
 {
 
 // Sends TCP to the access point's port 7777 and marks it, drops UDP to port 9, and says what it does.
-cp_verdict hook(cp_packet *seam, const cp_ports *ports)
+cp_verdict hook(cp_packet *seam, const cp_ports *)
 {
-	Packet packet(seam, ports);
+	Packet packet(seam);
 	if (packet.protocol() == IpProtocol::udp) {
 		cp_log(CP_LOG_DEBUG, "udp\n");
 		return packet.destination_port() == be16::from_host(9) ? CP_DROP : CP_ACCEPT;

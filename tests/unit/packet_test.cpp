@@ -26,7 +26,7 @@ class Reader
 {
 public:
 	explicit Reader(const Frame &frame, Layout layout = Layout::linear)
-	    : buffer_(frame, layout), view_(buffer_), packet(view_.seam(), view_.ports())
+	    : buffer_(frame, layout), view_(buffer_), packet(view_.seam())
 	{
 	}
 
@@ -248,7 +248,7 @@ TEST(PacketMark, IsReadAndWrittenThrough)
 	PacketBuffer buffer(http_syn());
 	buffer.mark = 5200;
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	EXPECT_EQ(packet.mark(), 5200u);
 	packet.set_mark(5302);
 	EXPECT_EQ(packet.mark(), 5302u);
@@ -263,7 +263,7 @@ namespace
 Frame redirect(PacketBuffer &buffer, uint16_t port)
 {
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	EXPECT_TRUE(packet.make_writable([&](WritablePacket &writable) {
 		writable.write_destination(access_point.address, be16::from_host(port));
 		writable.finish_ipv4_header();
@@ -319,7 +319,7 @@ TEST_P(PacketRewrite, OfTheSourceIsRightOnTheWire)
 		frame().from(access_point).to(client_of_wlan_1_1).tcp(10081, 51000).payload("HTTP/1.1 302 Found"),
 		GetParam());
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	EXPECT_TRUE(packet.make_writable([&](WritablePacket &writable) {
 		writable.write_source(upstream_server.address, be16::from_host(80));
 		writable.finish_ipv4_header();
@@ -367,7 +367,7 @@ TEST(Ipv4HeaderChecksum, IsThatOfTheHandWorkedExample)
 	bytes.resize(40, 0xee);
 	PacketBuffer buffer(frame().network_bytes(bytes));
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	ASSERT_TRUE(packet.make_writable([](WritablePacket &writable) { writable.finish_ipv4_header(); }));
 	view.finish();
 	const Frame after = buffer.frame();
@@ -388,7 +388,7 @@ TEST(Ipv4HeaderChecksum, CoversTheOptionsAndFoldsItsCarries)
 	bytes[7] = 0x00;
 	PacketBuffer buffer(frame().network_bytes(bytes));
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	ASSERT_TRUE(packet.make_writable([](WritablePacket &writable) { writable.finish_ipv4_header(); }));
 	view.finish();
 	EXPECT_EQ(buffer.frame()[24], 0xb0);
@@ -404,7 +404,7 @@ TEST(Ipv4HeaderChecksum, FoldsTheCarryOfItsFold)
 	bytes.resize(40, 0xee);
 	PacketBuffer buffer(frame().network_bytes(bytes));
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	ASSERT_TRUE(packet.make_writable([](WritablePacket &writable) { writable.finish_ipv4_header(); }));
 	view.finish();
 	EXPECT_EQ(buffer.frame()[24], 0xfe);
@@ -416,7 +416,7 @@ TEST(PacketMakeWritable, FailsWithoutTouchingThePacket)
 	PacketBuffer buffer(http_syn());
 	buffer.fail_make_writable = true;
 	PacketView view(buffer);
-	Packet packet(view.seam(), view.ports());
+	Packet packet(view.seam());
 	bool called = false;
 	EXPECT_FALSE(packet.make_writable([&](WritablePacket &) { called = true; }));
 	EXPECT_FALSE(called);

@@ -3,6 +3,7 @@
 // their own beside this one.
 #include "portal/portal_hooks.h"
 
+#include "portal/interface_table.h"
 #include "tests/unit/portal_case.h"
 
 namespace captive_portal::test
@@ -302,6 +303,16 @@ protected:
 };
 
 // The matcher refuses the address 0.0.0.0 and says so at debug level 1; the packet goes on as if nothing matched.
+// A command may be there before start has filled the rows: the first of them then has the mark 0.
+TEST(PreRoutingCheckBeforeStart, AFrameWithoutAMarkBelongsToTheFirstRow)
+{
+	host::Machine machine;
+	captive_portal_table[0].cp_mode = CP_MODE_DROP_TCP;
+	host::PacketBuffer packet(syn(upstream_server, 443));
+	packet.in_name = "wlan-1-1";
+	EXPECT_EQ(host::run_hook(nf_cp_check, packet), CP_DROP);
+}
+
 TEST_F(PreRoutingCheckMachine, AsksTheGardenForAddressZeroAndGetsALine)
 {
 	set_portal(machine, CAPTIVE_PORTAL, 0, 1);

@@ -26,7 +26,7 @@ protected:
 	template <typename Call> static bool run(host::PacketBuffer &buffer, Call call)
 	{
 		host::PacketView view(buffer);
-		Packet packet(view.seam(), view.ports());
+		Packet packet(view.seam());
 		const bool result = call(packet);
 		view.finish();
 		return result;
