@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Frames whose way depends on the recorded connections.
+#include "base/atomic_word.h"
 #include "bench/frames.h"
 #include "bench/states.h"
 #include "portal/portal_hooks.h"
@@ -135,6 +136,50 @@ std::unique_ptr<Case> frames_of_recorded(uint64_t size, const Hooks &hooks,
 	return std::make_unique<FrameCase>(std::move(parts));
 }
 
+// What a look-up of a connection cannot do without: a bucket of a table, and the entry that it leads to, each as far from
+// the last ones as chance has it, in the memory that the module has its own in. One look-up begins when the one before has
+// ended, as a locked one does. Nothing of the module runs.
+class TwoReads : public Case
+{
+public:
+	explicit TwoReads(uint64_t connections)
+	    : entries_(static_cast<Entry *>(cp_zalloc_large(connections * sizeof(Entry)))),
+	      buckets_(static_cast<const Entry **>(cp_zalloc_large(connections * sizeof(const Entry *))))
+	{
+		require(entries_ != nullptr && buckets_ != nullptr, "no memory for two reads");
+		for (uint64_t i = 0; i < connections; ++i) {
+			buckets_[i * 0x9e3779b1 % connections] = &entries_[i];
+		}
+		for (const Client &client : pick_clients(connections)) {
+			picks_.push_back((client.address.host() * uint64_t{0x85ebca6b} + client.port.host()) %
+					 connections);
+		}
+	}
+	~TwoReads() override
+	{
+		cp_free_large(entries_);
+		cp_free_large(buckets_);
+	}
+	[[nodiscard]] uint32_t batch() const override { return 256; }
+	void run(uint32_t) override
+	{
+		const Entry *const entry = buckets_[picks_[next_]];
+		// The entry's word is 0, but only memory knows.
+		next_ = (next_ + 1 + load_word(entry->word)) % picks_.size();
+	}
+	void verify() override { require(next_ == 1, "memory is not as it was filled"); }
+
+private:
+	struct alignas(64) Entry {
+		uint64_t word;
+	};
+
+	Entry *entries_;
+	const Entry **buckets_;
+	std::vector<uint64_t> picks_;
+	size_t next_ = 0;
+};
+
 } // namespace
 
 void add_connection_operations(std::vector<Operation> &list)
@@ -173,6 +218,11 @@ void add_connection_operations(std::vector<Operation> &list)
 					});
 				},
 			.baseline = "an empty hook",
+			.few_runs_from = few_runs_from});
+	list.push_back({.name = "memory: two reads",
+			.unit = unit,
+			.sizes = sizes,
+			.make = [](uint64_t size) { return std::make_unique<TwoReads>(at_least_one(size)); },
 			.few_runs_from = few_runs_from});
 	list.push_back({.name = "post-routing: TCP none of ours",
 			.unit = unit,

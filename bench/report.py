@@ -101,6 +101,9 @@ class Figures:
         if "of_size" not in goal:
             return full, ""
         base = self.case(goal.get("of_operation", goal["operation"]), goal["of_size"], kind)
+        if "and" in goal:
+            more = self.case(goal["and"], goal["size"], kind)
+            base = None if base is None or more is None else base + more
         if full is None or base is None or base <= 0:
             return None, ""
         return full / base, f"({short(full)} of {short(base)})"
