@@ -7,6 +7,7 @@ import select
 import socket
 import struct
 import subprocess
+import time
 
 ETH_P_ALL = 3
 SO_ATTACH_FILTER = 26
@@ -81,10 +82,21 @@ class ControlDevice:
     def set_portal_mode(self, row, mode):
         fcntl.ioctl(self.device, self.SET_PORTAL, struct.pack("<IiI16x", self.PORTAL_MODE, row, mode))
 
+    @staticmethod
+    def client_record(command, interface, address):
+        return struct.pack("<III16s16x6s2x", command, 0, 0, interface.encode(), address)
+
     def add_clients(self, command, interface, macs):
-        name = interface.encode()
         for address in macs:
-            fcntl.ioctl(self.device, self.SET_CLIENTS, struct.pack("<III16s16x6s2x", command, 0, 0, name, address))
+            fcntl.ioctl(self.device, self.SET_CLIENTS, self.client_record(command, interface, address))
+
+    def time_of_commands(self, records):
+        """Nanoseconds of each. The result of a command is not looked at: one that is refused costs no more than another."""
+        ioctl = ctypes.CDLL(None).ioctl
+        started = time.perf_counter_ns()
+        for record in records:
+            ioctl(self.device, self.SET_CLIENTS, record)
+        return (time.perf_counter_ns() - started) / len(records)
 
     def set_address_rules(self, row, networks):
         rules = b"".join(struct.pack("<I4s4s128x", self.ADDRESS_RULE, socket.inet_aton(address), socket.inet_aton(mask))

@@ -34,6 +34,7 @@ class Measurement:
         self.source = FrameSource()
         self.counters = Counters(rows.PORTS)
         self.figures = []
+        self.commands = {}
 
     def check_way(self, way):
         """Every frame of it comes out where, and as, it must."""
@@ -80,6 +81,19 @@ class Measurement:
             row["failure"] = str(error)
             print(f"{group:24} {name:60} FAILED: {error}", flush=True)
         self.figures.append(row)
+
+    def measure_commands(self, control):
+        """Adding a client to full tables, and a command that does nothing; batch beside batch, the fastest of each."""
+        interface, unknown = rows.interface(rows.ROW_WITHOUT_PORTAL), 99
+        addresses = [rows.client("white", rows.ROWS, number) for number in range(10000)]
+        times = {"add": [], "nothing": []}
+        for first in range(0, len(addresses), 500):
+            batch = addresses[first:first + 500]
+            for name, command in (("nothing", unknown), ("add", rows.TABLES["white"])):
+                times[name].append(control.time_of_commands(
+                    [control.client_record(command, interface, address) for address in batch]))
+        self.commands = {name: min(batches) for name, batches in times.items()}
+        print(f"commands: {self.commands}", flush=True)
 
     def timed(self, what, function, *arguments):
         started = time.monotonic()
@@ -151,6 +165,7 @@ def measure_module(measurement, file):
     measurement.measure("module", rows.GARDEN.name, rows.GARDEN, state="24 address rules", size=rows.FULL)
     control.set_portal_mode(rows.ROW, 7)
     measurement.measure("module", rows.MODE_7.name, rows.MODE_7, size=rows.FULL)
+    measurement.measure_commands(control)
     control.close()
     unload_module("captive_portal")
 
@@ -178,7 +193,7 @@ def main():
         print(failure, flush=True)
     with open(output, "w", encoding="utf-8") as file:
         json.dump({"unit": unit, "rows": measurement.figures,
-                   "pktgen": pktgen.figures, "failure": failure}, file, indent=1)
+                   "pktgen": pktgen.figures, "commands": measurement.commands, "failure": failure}, file, indent=1)
 
 
 if __name__ == "__main__":

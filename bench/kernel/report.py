@@ -25,6 +25,7 @@ class Kernel:
 
     def __init__(self, name, boots):
         self.name, self.unit, self.pktgen = name, boots[0]["unit"], boots[0]["pktgen"]
+        self.commands = boots[0]["commands"]
         self.failures = [f"{boot['failure']}" for boot in boots if boot["failure"]]
         self.rows = {self.key(row): row for row in boots[0]["rows"]}
         for boot in boots:
@@ -73,6 +74,10 @@ class Kernel:
             own = self.get("three empty hooks", "DNS query") if name == "three empty hooks" else \
                 self.get("module", name, 1)
             yield name, cost, None if bare is None else cost - bare, own
+
+    def added_by_an_add(self):
+        """What adding a client costs more than a command that does nothing."""
+        return self.commands["add"] - self.commands["nothing"] if self.commands else None
 
     def worst_difference_from_pktgen(self):
         differences = [(None if added is None or own is None else abs(added - own) / cost, name)
@@ -123,6 +128,9 @@ def print_table(kernels):
             if ruleset:
                 print(f"{kernel.name}: the best ruleset for \"{name}\" is {ruleset}, {shown(figure)} {kernel.unit}")
         print_pktgen(kernel)
+        if kernel.commands:
+            print(f"{kernel.name}: adding a client to full tables costs {shown(kernel.added_by_an_add())} nanoseconds of the"
+                  f" machine's clock more than a command that does nothing ({shown(kernel.commands['nothing'])})")
         difference, name = kernel.worst_difference()
         if difference is not None:
             print(f"{kernel.name}: what the module adds differs between boots by at most {difference:.3%} of a frame's"
@@ -165,6 +173,8 @@ def judge(kernels, goal):
         return None, ""
     if goal["figure"] == "difference between boots":
         return kernel.worst_difference()
+    if goal["figure"] == "a client's adding":
+        return kernel.added_by_an_add(), ""
     if goal["figure"] == "difference from pktgen":
         return kernel.worst_difference_from_pktgen()
     values = [(value_of(kernel, goal, name), name) for name in goal["rows"]]
@@ -199,7 +209,7 @@ def main():
     kernels = [Kernel(name, measured) for name, measured in boots.items()]
     with open(os.path.join(directory, "results.json"), "w", encoding="utf-8") as file:
         json.dump([{"kernel": kernel.name, "unit": kernel.unit, "rows": list(kernel.rows.values()),
-                    "pktgen": kernel.pktgen, "failures": kernel.failures} for kernel in kernels], file, indent=1)
+                    "pktgen": kernel.pktgen, "commands": kernel.commands, "failures": kernel.failures} for kernel in kernels], file, indent=1)
     print_table(kernels)
     # Without --check as well: a frame that went another way is no matter of goals.
     is_good = not any(kernel.failures for kernel in kernels)
