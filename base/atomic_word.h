@@ -41,6 +41,7 @@ template <typename T> [[nodiscard]] inline T load_word(const T &word)
 	return value;
 #else
 	struct [[gnu::may_alias]] Word {
+		// NOLINTNEXTLINE(bugprone-sizeof-expression): a pointer is a word.
 		typename NumberOfSize<sizeof(T)>::Type number;
 	};
 	return __builtin_bit_cast(T, reinterpret_cast<const volatile Word *>(&word)->number);

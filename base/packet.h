@@ -107,6 +107,9 @@ class Packet
 public:
 	explicit Packet(cp_packet *packet) : packet_(packet) {}
 
+	// Of a packet at a hook: the packet alone.
+	[[nodiscard]] Packet alone() const { return Packet(packet_); }
+
 	[[nodiscard]] uint32_t mark() const { return cp_packet_mark(packet_); }
 	void set_mark(uint32_t mark) { cp_packet_mark(packet_) = mark; }
 

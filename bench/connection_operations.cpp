@@ -3,7 +3,7 @@
 #include "base/atomic_word.h"
 #include "bench/frames.h"
 #include "bench/states.h"
-#include "portal/portal_hooks.h"
+#include "platform/platform.h"
 
 namespace captive_portal::bench
 {

@@ -3,8 +3,7 @@
 
 #include <utility>
 
-#include "gatekeeper/bridge_gatekeeper.h"
-#include "portal/portal_hooks.h"
+#include "platform/platform.h"
 
 namespace captive_portal::bench
 {

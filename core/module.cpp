@@ -9,11 +9,10 @@
 #include "core/control_device.h"
 #include "garden/dns_side.h"
 #include "garden/walled_garden.h"
-#include "gatekeeper/bridge_gatekeeper.h"
 #include "gatekeeper/client_tables.h"
+#include "platform/platform.h"
 #include "portal/connections.h"
 #include "portal/interface_table.h"
-#include "portal/portal_hooks.h"
 
 namespace captive_portal
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "gatekeeper/bridge_gatekeeper.h"
+#include "platform/platform.h"
 
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
@@ -273,7 +273,8 @@ cp_verdict judge_wireless(Packet packet, uint32_t index)
 {
 	char copy[CP_INTERFACE_NAME_SIZE];
 	const Text name = copy_name(copy, packet.in_name());
-	return starts_with(name, wireless_prefix) ? judge_wireless(packet, index_of_name(name)) : judge_wired(packet);
+	return starts_with(name, wireless_prefix) ? judge_wireless(packet.alone(), index_of_name(name)) :
+						    judge_wired(packet.alone());
 }
 
 cp_verdict judge(PacketAtHook packet)
@@ -287,10 +288,10 @@ cp_verdict judge(PacketAtHook packet)
 		return CP_DROP;
 	}
 	if (packet.in_name() == nullptr) {
-		return judge_wired(packet);
+		return judge_wired(packet.alone());
 	}
 	const uint32_t index = plain_interface_index(packet.in_name());
-	return index != not_a_plain_name ? judge_wireless(packet, index) : judge_by_copied_name(packet);
+	return index != not_a_plain_name ? judge_wireless(packet.alone(), index) : judge_by_copied_name(packet);
 }
 
 [[gnu::noinline]] cp_verdict judge_any_frame(PacketAtHook packet)
@@ -300,6 +301,10 @@ cp_verdict judge(PacketAtHook packet)
 
 } // namespace
 
+} // namespace captive_portal
+
+using namespace captive_portal;
+
 // IPv4 that has its headers needs no question for each of their fields. In line as far as the compiler can, so that nothing is
 // passed on or saved on its way.
 [[gnu::flatten]] cp_verdict ebt_gate_keeper(cp_packet *raw, const cp_ports *ports)
@@ -307,5 +312,3 @@ cp_verdict judge(PacketAtHook packet)
 	const PacketAtHook packet(raw, ports);
 	return packet.has_headers() && packet.ether_type() == EtherType::ipv4 ? judge(packet) : judge_any_frame(packet);
 }
-
-} // namespace captive_portal

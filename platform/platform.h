@@ -185,8 +185,17 @@ struct cp_hook {
 	int32_t priority;
 };
 
+/*
+ * Bridge pre-routing, first: guards the access point's own portal ports, admits known clients, marks the others. May set
+ * the packet's mark. Takes no lock, but gatekeeper_lock where it meets commands twice.
+ */
 enum cp_verdict ebt_gate_keeper(struct cp_packet *packet, const struct cp_ports *ports);
+/* Bridge pre-routing, after the gatekeeper: passes, drops, or redirects a packet by its mark. */
 enum cp_verdict nf_cp_check(struct cp_packet *packet, const struct cp_ports *ports);
+/*
+ * Bridge post-routing: makes the replies of the redirect ports look as if they came from where the client sent its
+ * request. Accepts always.
+ */
 enum cp_verdict nf_cp_change(struct cp_packet *packet, const struct cp_ports *ports);
 
 /*

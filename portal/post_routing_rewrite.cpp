@@ -8,10 +8,10 @@
 #include "base/packet.h"
 #include "base/text.h"
 #include "garden/dns_parser.h"
+#include "platform/platform.h"
 #include "portal/connections.h"
 #include "portal/interface_table.h"
 #include "portal/lookups.h"
-#include "portal/portal_hooks.h"
 
 namespace captive_portal
 {
@@ -165,7 +165,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 [[gnu::noinline]] cp_verdict change_udp(PacketAtHook packet)
 {
 	if (is_dns_answer(packet)) {
-		hand_off_dns_answer(packet);
+		hand_off_dns_answer(packet.alone());
 	}
 	return CP_ACCEPT;
 }
@@ -177,7 +177,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 	}
 	const int32_t row = row_of_reply_port(port);
 	if (row >= 0) {
-		rewrite_reply(packet, static_cast<uint32_t>(row));
+		rewrite_reply(packet.alone(), static_cast<uint32_t>(row));
 	} else if (debug_level_reaches(3)) {
 		log_pass(packet);
 	}
@@ -212,10 +212,12 @@ void rewrite_reply(Packet packet, uint32_t row)
 
 } // namespace
 
+} // namespace captive_portal
+
+using namespace captive_portal;
+
 cp_verdict nf_cp_change(cp_packet *raw, const cp_ports *ports)
 {
 	const PacketAtHook packet(raw, ports);
 	return packet.has_ipv4_header() ? change(packet) : change_cut_packet(packet);
 }
-
-} // namespace captive_portal

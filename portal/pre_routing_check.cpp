@@ -9,10 +9,10 @@
 #include "base/text.h"
 #include "garden/arecord_cache.h"
 #include "garden/walled_garden.h"
+#include "platform/platform.h"
 #include "portal/connections.h"
 #include "portal/interface_table.h"
 #include "portal/lookups.h"
-#include "portal/portal_hooks.h"
 #include "portal/redirect.h"
 
 namespace captive_portal
@@ -379,10 +379,15 @@ cp_verdict intercept(Packet packet, uint32_t mode, IngressBridge &bridge)
 {
 	IngressBridge bridge(packet.in_name());
 	const uint32_t mode = is_captive_portal_enable(packet.mark());
-	return mode == CP_MODE_OFF ? judge_special_marks(packet, bridge) : intercept(packet, mode, bridge);
+	return mode == CP_MODE_OFF ? judge_special_marks(packet.alone(), bridge) :
+				     intercept(packet.alone(), mode, bridge);
 }
 
 } // namespace
+
+} // namespace captive_portal
+
+using namespace captive_portal;
 
 cp_verdict nf_cp_check(cp_packet *raw, const cp_ports *ports)
 {
@@ -392,5 +397,3 @@ cp_verdict nf_cp_check(cp_packet *raw, const cp_ports *ports)
 			    packet.has_ipv4_header() && !(packet.destination_address() == load_word(socialogin_addr));
 	return passes ? CP_ACCEPT : check(packet);
 }
-
-} // namespace captive_portal

@@ -8,7 +8,7 @@
 #include "base/interface_name.h"
 #include "base/scan_decimal.h"
 #include "captive_portal/captive_portal.h"
-#include "gatekeeper/bridge_gatekeeper.h"
+#include "platform/platform.h"
 #include "tests/fuzz/module_state.h"
 #include "tests/fuzz/property.h"
 #include "tests/fuzz/reference.h"

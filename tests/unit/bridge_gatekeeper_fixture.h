@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "gatekeeper/bridge_gatekeeper.h"
+#include "platform/platform.h"
 #include "tests/support/control.h"
 #include "tests/support/frame_builder.h"
 #include "tests/support/packet_case.h"

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "base/interface_name.h"
-#include "gatekeeper/bridge_gatekeeper.h"
 #include "platform/host/context.h"
 #include "platform/host/read_sections.h"
+#include "platform/platform.h"
 #include "tests/support/cast.h"
 #include "tests/support/frame_builder.h"
 #include "tests/unit/gatekeeper_commands_fixture.h"

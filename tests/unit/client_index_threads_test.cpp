@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/interface_name.h"
-#include "gatekeeper/bridge_gatekeeper.h"
 #include "platform/host/read_sections.h"
+#include "platform/platform.h"
 #include "tests/support/cast.h"
 #include "tests/support/frame_builder.h"
 #include "tests/support/packets.h"

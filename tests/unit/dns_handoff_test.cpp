@@ -2,7 +2,7 @@
 // Which packets the post-routing hook shows to the DNS parser, and what it gets to see of them.
 #include <gtest/gtest.h>
 
-#include "portal/portal_hooks.h"
+#include "platform/platform.h"
 #include "tests/support/frame_builder.h"
 #include "tests/unit/dns_parser_fixture.h"
 

@@ -11,11 +11,10 @@
 #include "core/control_device.h"
 #include "garden/arecord_cache.h"
 #include "garden/walled_garden.h"
-#include "gatekeeper/bridge_gatekeeper.h"
 #include "gatekeeper/client_tables.h"
 #include "platform/host/module_image.h"
+#include "platform/platform.h"
 #include "portal/interface_table.h"
-#include "portal/portal_hooks.h"
 #include "tests/support/packets.h"
 #include "tests/unit/portal_case.h"
 

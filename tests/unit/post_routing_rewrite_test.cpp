@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include "portal/portal_hooks.h"
+#include "platform/platform.h"
 
 #include <array>
 #include <string>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // What the check passes and drops while a portal is on. Redirects, special marks and incomplete packets have files of
 // their own beside this one.
-#include "portal/portal_hooks.h"
+#include "platform/platform.h"
 
 #include "portal/interface_table.h"
 #include "tests/unit/portal_case.h"
