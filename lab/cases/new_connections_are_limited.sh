@@ -1,0 +1,64 @@
+# A client that opens connections without end is slowed down by firewall/limit-new-connections.nft before the module sees and
+# records them, and its neighbour does not feel it.
+#
+#   client-1-1 eth0 -- wlan-1-1 \
+#   client-1-2 eth0 -- wlan-1-2 -  br0 -- uplink0 -- upstream
+
+make_topology 1-1 1-2
+start_portal_web
+give_address 1-1 61
+give_address 1-2 62
+load_module
+cpctl interface set wlan-1-1 mode on
+cpctl interface set wlan-1-2 mode on
+
+# open_connections CLIENT NUMBER FIRST_PORT  begins so many, each from a port of its own, and lets go of them before a first
+# segment is sent again.
+open_connections() {
+	in_client "$1" python3 - "$2" "$3" <<'END'
+import socket, sys
+opened = []
+for number in range(int(sys.argv[1])):
+    connection = socket.socket()
+    connection.setblocking(False)
+    connection.bind(("", int(sys.argv[2]) + number))
+    connection.connect_ex(("203.0.113.10", 80))
+    opened.append(connection)
+END
+}
+
+# redirected NAME CLIENT  how many first segments of the client the module has turned to the portal.
+redirected() { count_captured "$1" "ether src $(mac_of "$2") and tcp dst port 10081 or 10082 and tcp[tcpflags] & (tcp-syn|tcp-ack) == tcp-syn"; }
+
+portal_answers() {
+	local answer
+	answer=$(in_client "$1" curl -sS --max-time 20 http://203.0.113.20/)
+	expect_contains "the portal answers client $1" "portal page on port" "$answer"
+}
+
+step "without the rules every connection reaches the module"
+start_capture without access-point br0
+open_connections 1-1 600 20000
+portal_answers 1-2
+stop_capture without
+((600 <= $(redirected without 1-1))) || fail "without the rules $(redirected without 1-1) of 600 were redirected"
+
+step "with them a client opens as many as a browser needs, and no more"
+nft -f /payload/firewall/limit-new-connections.nft
+start_capture with access-point br0
+open_connections 1-1 600 30000
+portal_answers 1-2
+stop_capture with
+seen=$(redirected with 1-1)
+((100 <= seen && seen <= 300)) || fail "with the rules $seen of 600 were redirected"
+echo "$seen of 600 were redirected"
+
+step "who is slower goes on"
+sleep 10
+portal_answers 1-1
+
+step "the file can be loaded again, and taken away"
+nft -f /payload/firewall/limit-new-connections.nft
+portal_answers 1-1
+nft delete table bridge captive_portal_guard
+portal_answers 1-1
