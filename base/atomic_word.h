@@ -4,18 +4,11 @@
 // found by name. No order between different words is promised, but by the pair with order below.
 #pragma once
 
+#include "base/thread_sanitizer.h"
 #include "captive_portal/interface_index.h"
 
 namespace captive_portal
 {
-
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define CP_ATOMIC_READS
-#endif
-#elif defined(__SANITIZE_THREAD__)
-#define CP_ATOMIC_READS
-#endif
 
 template <size_t size> struct NumberOfSize;
 template <> struct NumberOfSize<1> {
@@ -35,7 +28,7 @@ template <> struct NumberOfSize<8> {
 // read as a volatile number of its size, as a kernel reads it; the thread sanitizer knows atomic operations alone.
 template <typename T> [[nodiscard]] inline T load_word(const T &word)
 {
-#ifdef CP_ATOMIC_READS
+#ifdef CP_THREAD_SANITIZER
 	T value;
 	__atomic_load(&word, &value, __ATOMIC_RELAXED);
 	return value;
@@ -59,7 +52,7 @@ template <typename T> inline void store_word(T &word, T value)
 // all its reads so, and a compiler leaves volatile ones in their order.
 template <typename T> [[nodiscard]] inline T load_word_acquire(const T &word)
 {
-#if defined(__x86_64__) && !defined(CP_ATOMIC_READS)
+#if defined(__x86_64__) && !defined(CP_THREAD_SANITIZER)
 	return load_word(word);
 #else
 	T value;

@@ -6,15 +6,9 @@
 
 #include <mutex>
 
-#if defined(__SANITIZE_THREAD__)
-#define CP_HOST_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define CP_HOST_THREAD_SANITIZER 1
-#endif
-#endif
+#include "base/thread_sanitizer.h"
 
-#ifdef CP_HOST_THREAD_SANITIZER
+#ifdef CP_THREAD_SANITIZER
 extern "C" {
 void AnnotateIgnoreReadsBegin(const char *file, int line);
 void AnnotateIgnoreReadsEnd(const char *file, int line);
@@ -33,7 +27,7 @@ class [[nodiscard]] BookkeepingGuard
 public:
 	explicit BookkeepingGuard(std::mutex &mutex) : mutex_(mutex)
 	{
-#ifdef CP_HOST_THREAD_SANITIZER
+#ifdef CP_THREAD_SANITIZER
 		AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
 		AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
 		AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
@@ -43,7 +37,7 @@ public:
 	~BookkeepingGuard()
 	{
 		mutex_.unlock();
-#ifdef CP_HOST_THREAD_SANITIZER
+#ifdef CP_THREAD_SANITIZER
 		AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
 		AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
 		AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
