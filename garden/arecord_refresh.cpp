@@ -73,12 +73,10 @@ void refresh_entries(BucketWalk &walk, const RowSet &rows)
 
 void refresh(const RowSet &rows)
 {
-	for (uint32_t bucket = 0; bucket < ARECORD_BUCKETS; ++bucket) {
-		walk_buckets(bucket, bucket + 1, [&rows](BucketWalk &walk) {
-			refresh_entries(walk, rows);
-			return true;
-		});
-	}
+	walk_buckets(0, ARECORD_BUCKETS, [&rows](BucketWalk &walk) {
+		refresh_entries(walk, rows);
+		return true;
+	});
 }
 
 } // namespace
