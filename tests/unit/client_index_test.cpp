@@ -430,6 +430,8 @@ TEST_F(ClientIndexTest, AFrameMeetsAFlushWhole)
 	run(record_of(FLUSH_CAPTIVE_PORTAL_TABLE, "wlan-1-1"));
 	machine.threads.on_yield({});
 	EXPECT_EQ(looks, 2U);
+	EXPECT_TRUE(client_sequence.was_plain_since(client_sequence.begin_reading()))
+		<< "frames after the flush need not look for it";
 }
 
 // Rows share words with their neighbours.
