@@ -331,22 +331,46 @@ private:
 	return machine.proc_write(buffer.address(), target.size());
 }
 
+// What other threads do again and again until it ends, at the latest with the object.
+class Background
+{
+public:
+	Background() = default;
+	Background(const Background &) = delete;
+	Background &operator=(const Background &) = delete;
+	~Background() { end(); }
+
+	// A thread that calls `body(round)` with round 0, 1, 2, ...
+	template <typename Body> void repeat(Body body)
+	{
+		threads_.emplace_back([this, body]() mutable {
+			for (uint32_t round = 0; !ends_; ++round) {
+				body(round);
+			}
+		});
+	}
+	void end()
+	{
+		ends_ = true;
+		for (std::thread &thread : threads_) {
+			thread.join();
+		}
+		threads_.clear();
+	}
+
+private:
+	std::atomic<bool> ends_ = false;
+	std::vector<std::thread> threads_;
+};
+
 TEST_F(GardenThreadsTest, ReadersWritersAnswersRulesAndExpiryGoTogether)
 {
 	load_module();
 	machine.log.keep(false);
 	ASSERT_EQ(WgRecord(UPDATE_RULE, 0, 1).domain("one.example").write(), 0);
-	std::atomic<bool> stop = false;
-	std::vector<std::thread> threads;
-	const auto repeat = [&](auto body) {
-		threads.emplace_back([&stop, body]() mutable {
-			for (uint32_t round = 0; !stop; ++round) {
-				body(round);
-			}
-		});
-	};
+	Background background;
 	for (uint32_t hook = 0; hook < 2; ++hook) {
-		repeat([](uint32_t round) {
+		background.repeat([](uint32_t round) {
 			const host::SoftirqContext softirq;
 			// In a bucket of many, too.
 			const Ipv4Address ip = round % 2 == 0 ? address_of(round % addresses) :
@@ -357,22 +381,21 @@ TEST_F(GardenThreadsTest, ReadersWritersAnswersRulesAndExpiryGoTogether)
 		});
 	}
 	for (const size_t length : {size_t{64} * 1024, size_t{200}}) {
-		repeat([reader = std::make_shared<Reader>(machine, length)](uint32_t) { EXPECT_TRUE(reader->read()); });
+		background.repeat([reader = std::make_shared<Reader>(machine, length)](uint32_t) {
+			EXPECT_TRUE(reader->read());
+		});
 	}
-	repeat([&](uint32_t round) {
+	background.repeat([&](uint32_t round) {
 		const std::string_view target = round % 2 == 0 ? "all" : "wlan-1-1";
 		EXPECT_EQ(select(machine, target), static_cast<long>(target.size()));
 		EXPECT_EQ(select(machine, "x"), -22);
 	});
-	repeat([](uint32_t) { EXPECT_EQ(WgRecord(UPDATE_RULE, 1, 1).domain("two.*").write(), 0); });
+	background.repeat([](uint32_t) { EXPECT_EQ(WgRecord(UPDATE_RULE, 1, 1).domain("two.*").write(), 0); });
 	for (int i = 0; i < rounds; ++i) {
 		machine.clock.advance(1);
 		machine.threads.advance(6000);
 	}
-	stop = true;
-	for (std::thread &thread : threads) {
-		thread.join();
-	}
+	background.end();
 	machine.clock.advance(100);
 	machine.threads.advance(6000);
 	EXPECT_EQ(total_ip_count, 0);
@@ -392,27 +415,19 @@ TEST_F(GardenThreadsTest, TwoReadersNeverListTheSameAddress)
 		add_dns_arecord(number % 3, 1, name.text(),
 				ipv4(9, 9, static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)), 1'000'000);
 	}
-	std::atomic<bool> stop = false;
-	std::vector<std::thread> others;
-	const auto repeat = [&](auto body) {
-		others.emplace_back([&stop, body]() mutable {
-			for (uint32_t round = 0; !stop; ++round) {
-				body(round);
-			}
-		});
-	};
+	Background background;
 	// Addresses that come and go between those that stay, and names that come to them.
-	repeat([](uint32_t round) {
+	background.repeat([](uint32_t round) {
 		const host::SoftirqContext softirq;
 		const ExactText name(round % 2 == 0 ? "one.example" : "two.example");
 		const Ipv4Address ip = ipv4(8, 8, 8, static_cast<uint8_t>(round % 100));
 		add_dns_arecord(round % 3, 1, name.text(), ip, round % 3);
 	});
-	repeat([&](uint32_t) {
+	background.repeat([&](uint32_t) {
 		machine.clock.advance(1);
 		machine.threads.advance(6000);
 	});
-	repeat([](uint32_t) { EXPECT_EQ(WgRecord(UPDATE_RULE, 1, 1).domain("three.*").write(), 0); });
+	background.repeat([](uint32_t) { EXPECT_EQ(WgRecord(UPDATE_RULE, 1, 1).domain("three.*").write(), 0); });
 	for (int round = 0; round < rounds / 10; ++round) {
 		ASSERT_EQ(select(machine, "all"), 3);
 		std::array<std::string, 2> listings;
@@ -447,10 +462,7 @@ TEST_F(GardenThreadsTest, TwoReadersNeverListTheSameAddress)
 			EXPECT_NE(both.find(address), std::string::npos) << address;
 		}
 	}
-	stop = true;
-	for (std::thread &other : others) {
-		other.join();
-	}
+	background.end();
 	EXPECT_EQ(machine.unload(), 0);
 	EXPECT_TRUE(machine.live_allocations().empty());
 }
