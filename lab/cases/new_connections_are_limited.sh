@@ -60,5 +60,11 @@ portal_answers 1-1
 step "the file can be loaded again, and taken away"
 nft -f /payload/firewall/limit-new-connections.nft
 portal_answers 1-1
+
+step "when the set is full, nobody new opens a connection"
+sed 's/size 16384/size 1/' /payload/firewall/limit-new-connections.nft | nft -f -
+portal_answers 1-1
+expect_failure in_client 1-2 curl -sS --max-time 5 http://203.0.113.20/
+portal_answers 1-1
 nft delete table bridge captive_portal_guard
 portal_answers 1-1
