@@ -148,7 +148,12 @@ void FlatPacket::arrive(std::span<const uint8_t> frame, const char *in_name, con
 		 .network_length = network,
 		 .mark = &mark_,
 		 .buffer = this};
-	ports_ = {in_name, out_name};
+	const auto field_of = [](std::array<char, CP_INTERFACE_NAME_SIZE> &field, const char *name) {
+		std::strncpy(field.data(), name != nullptr ? name : "", field.size() - 1);
+		field.back() = '\0';
+		return name != nullptr ? field.data() : nullptr;
+	};
+	ports_ = {field_of(names_[0], in_name), field_of(names_[1], out_name)};
 	mark_ = 0;
 	for_host_ = false;
 }

@@ -11,6 +11,7 @@
 #include <span>
 
 #include "captive_portal/control.h"
+#include "captive_portal/interface_index.h"
 #include "platform/packet_fields.h"
 
 namespace captive_portal::bench
@@ -30,7 +31,7 @@ public:
 	FlatPacket(const FlatPacket &) = delete;
 	FlatPacket &operator=(const FlatPacket &) = delete;
 
-	// Makes it a packet that has just arrived with these bytes. The names must outlive it; either may be null.
+	// Makes it a packet that has just arrived with these bytes. Either name may be null; both are copied.
 	void arrive(std::span<const uint8_t> frame, const char *in_name, const char *out_name);
 
 	[[nodiscard]] cp_packet *view() { return &view_; }
@@ -43,6 +44,7 @@ public:
 private:
 	alignas(64) std::array<uint8_t, room> bytes_;
 	cp_packet view_;
+	std::array<std::array<char, CP_INTERFACE_NAME_SIZE>, 2> names_; // whole fields, as a device has them
 	cp_ports ports_;
 	uint32_t mark_;
 	bool for_host_;
