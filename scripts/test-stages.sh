@@ -47,6 +47,7 @@ stage_style() {
 	need_packages "${style_packages[@]}"
 	check shell-syntax shell_syntax
 	check clang-format format
+	check unlocked-words "$project_root/scripts/check-unlocked-words"
 }
 
 stage_tidy() {
