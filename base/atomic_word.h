@@ -68,14 +68,23 @@ template <typename T> inline void store_word_release(T &word, T value)
 	__atomic_store(&word, &value, __ATOMIC_RELEASE);
 }
 
-// A word of any alignment, read once. Beside a writer it may be half old and half new.
+// A word of any alignment, read once. Beside a writer it may be half old and half new. The thread sanitizers know no such
+// word: theirs is read byte by byte.
 [[nodiscard]] inline uint64_t load_unaligned_word(const char *bytes)
 {
+#ifdef CP_ATOMIC_READS
+	char copy[sizeof(uint64_t)];
+	for (unsigned i = 0; i < sizeof(copy); ++i) {
+		copy[i] = load_word(bytes[i]);
+	}
+	return __builtin_bit_cast(uint64_t, copy);
+#else
 	struct [[gnu::packed, gnu::may_alias]] Word
 	{
 		uint64_t value;
 	};
 	return static_cast<const volatile Word *>(static_cast<const void *>(bytes))->value;
+#endif
 }
 
 // An interface name that is read without a lock: two words, each whole, so a reader that meets a writer may see half of
