@@ -72,7 +72,7 @@ template <typename T> inline void store_word_release(T &word, T value)
 // word: theirs is read byte by byte.
 [[nodiscard]] inline uint64_t load_unaligned_word(const char *bytes)
 {
-#ifdef CP_ATOMIC_READS
+#ifdef CP_THREAD_SANITIZER
 	char copy[sizeof(uint64_t)];
 	for (unsigned i = 0; i < sizeof(copy); ++i) {
 		copy[i] = load_word(bytes[i]);
