@@ -21,6 +21,13 @@ static void __exit unload_captive_portal(void)
 	wait_for_deferred_frees();
 }
 
+/*
+ * The names that the macros give the two. Kernels before 5.0, and some after, do not hand on that __init and __exit make
+ * a function cold, and compilers warn of a name that promises less than what it stands for.
+ */
+int __cold init_module(void);
+void __cold cleanup_module(void);
+
 module_init(load_captive_portal);
 module_exit(unload_captive_portal);
 
