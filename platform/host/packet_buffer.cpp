@@ -147,6 +147,7 @@ void PacketView::finish()
 
 int PacketView::copy(uint32_t offset, uint8_t *to, uint32_t bytes) const
 {
+	++packet_.copy_calls;
 	const PacketBuffer::Block &network = packet_.data_->network;
 	const PacketBuffer::Block &rest = packet_.data_->rest;
 	const uint64_t end = uint64_t{offset} + bytes;

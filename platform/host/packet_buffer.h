@@ -67,8 +67,9 @@ public:
 	bool fail_make_writable = false;
 	// Bytes outside the linear part cannot be copied.
 	bool fail_copy = false;
-	// How often the packet was made writable, failures included.
+	// How often the packet was made writable, and bytes of it were copied, failures included.
 	uint32_t make_writable_calls = 0;
+	uint32_t copy_calls = 0;
 
 private:
 	friend class PacketView;

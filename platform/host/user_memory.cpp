@@ -111,7 +111,7 @@ size_t UserMemory::copy_in(void *to, cp_user_address from, size_t size) const
 {
 	auto *const kernel = static_cast<std::byte *>(to);
 	size_t left = size;
-	if (range_is_the_callers(from, size)) {
+	if (!next_copy_fails() && range_is_the_callers(from, size)) {
 		left = for_each_page(from, size, readable, [&](std::byte *page, size_t done, size_t piece) {
 			std::memcpy(kernel + done, page, piece);
 		});
@@ -130,13 +130,31 @@ size_t UserMemory::copy_out(cp_user_address to, const void *from, size_t size)
 	if (action) {
 		action();
 	}
-	if (!range_is_the_callers(to, size)) {
+	if (next_copy_fails() || !range_is_the_callers(to, size)) {
 		return size;
 	}
 	const auto *const kernel = static_cast<const std::byte *>(from);
 	return for_each_page(to, size, writable, [&](std::byte *page, size_t done, size_t piece) {
 		std::memcpy(page, kernel + done, piece);
 	});
+}
+
+bool UserMemory::next_copy_fails() const
+{
+	const BookkeepingGuard guard(mutex_);
+	return ++copies_ == failing_copy_;
+}
+
+void UserMemory::fail_copy(uint64_t n)
+{
+	const BookkeepingGuard guard(mutex_);
+	failing_copy_ = copies_ + n;
+}
+
+uint64_t UserMemory::copies() const
+{
+	const BookkeepingGuard guard(mutex_);
+	return copies_;
 }
 
 void UserMemory::before_copy_out(std::function<void()> action)

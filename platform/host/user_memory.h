@@ -42,6 +42,12 @@ public:
 	[[nodiscard]] size_t copy_in(void *to, cp_user_address from, size_t size) const;
 	[[nodiscard]] size_t copy_out(cp_user_address to, const void *from, size_t size);
 
+	// The `n`-th copy from now on, in either direction, copies nothing, 1 being the next; those before and after it do
+	// what the pages permit.
+	void fail_copy(uint64_t n);
+	// Copies so far, failed ones included.
+	[[nodiscard]] uint64_t copies() const;
+
 	// Called before each copy out, where a process may wait for its page.
 	void before_copy_out(std::function<void()> action);
 
@@ -56,10 +62,15 @@ private:
 	template <typename Permitted, typename Copy>
 	size_t for_each_page(cp_user_address address, size_t size, Permitted permitted, Copy copy) const;
 
+	// Counts a copy; true when it was ordered to fail.
+	[[nodiscard]] bool next_copy_fails() const;
+
 	mutable std::mutex mutex_;
 	// By page number. Mutable: one walker serves both directions.
 	mutable std::map<uintptr_t, Page> pages_;
 	uintptr_t next_page_ = 0x10;
+	mutable uint64_t copies_ = 0;
+	uint64_t failing_copy_ = 0;
 	std::function<void()> before_copy_out_;
 };
 

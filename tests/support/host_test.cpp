@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "tests/support/control.h"
+#include "tests/support/kept_memory.h"
 
 namespace captive_portal::test
 {
@@ -25,6 +26,9 @@ void expect_nothing_lost(const host::Machine &machine)
 void HostTest::TearDown()
 {
 	expect_nothing_lost(machine);
+	if (!machine.is_loaded() && machine.hooks.unregister_calls() != 0) {
+		expect_only_kept_memory(machine);
+	}
 }
 
 void HostTest::load_module()

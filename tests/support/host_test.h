@@ -43,7 +43,8 @@ protected:
 	HostTest() = default;
 
 	// Nothing may be lost at the end: a record's copy that is not freed, a node that is in no list. What the module's
-	// tables still hold is freed silently; machine.live_allocations() tells of it.
+	// tables still hold is freed silently; machine.live_allocations() tells of it. After a stop nothing may be left but
+	// what is kept on purpose (kept_memory.h).
 	void TearDown() override;
 
 	// insmod, with success, and the lines of the start forgotten.
