@@ -20,5 +20,7 @@ export PYTHONPYCACHEPREFIX=/run/lab-python
 . "$LAB/lib/proc_file.sh"
 . "$LAB/lib/garden.sh"
 . "$LAB/lib/frames.sh"
+. "$LAB/lib/life_cycle.sh"
+. "$LAB/lib/bridges.sh"
 
 trap 'report_failed_command "$BASH_COMMAND" $?' ERR
