@@ -8,7 +8,7 @@ A frame is written in words, first what it is, then how it was changed:
     ipv6[/PROTOCOL...]            extension headers and the last one, by number
     ipv6-like-tcp/ADDRESS/PORT  ipv6-like-udp/PORT/ADDRESS
                                   reads as that where an IPv4 header's fields would be
-    arp  type/ETHERTYPE[/ADDRESS/PORT]  llc  snap/ETHERTYPE   behind which lies IPv4 TCP, but for arp
+    arp[/ADDRESS]  type/ETHERTYPE[/ADDRESS/PORT]  llc  snap/ETHERTYPE   behind which lies IPv4 TCP, but for arp
 
     cut=BYTES        so much stays behind the Ethernet header
     ihl=WORDS        header length as claimed; the header itself stays
@@ -148,7 +148,8 @@ def good_frame(word):
         packet = struct.pack("!HHHBB", 0x6000, int(of[0]), 40, 0, 0) + bytes([0, UDP]) + bytes(6) + address(of[1])
         return ethernet(0x86DD, packet + bytes(60))
     if kind == "arp":
-        body = struct.pack("!HHBBH", 1, 0x0800, 6, 4, 1) + bytes(6) + address(CLIENT) + bytes(6) + address("192.168.100.9")
+        sender = address(of[0] if of else CLIENT)
+        body = struct.pack("!HHBBH", 1, 0x0800, 6, 4, 1) + bytes(6) + sender + bytes(6) + address("192.168.100.9")
         return ethernet(0x0806, body)
     if kind == "type":
         to, port = of[1:] or ("203.0.113.10", 80)

@@ -1,0 +1,152 @@
+# What an access point's owner must know of, each thing first open and then shut:
+# other rules' marks, hardware addresses, ARP and the bridge's memory of who is
+# where, other wireless ports, a second address of the access point, a bridge of
+# another name, log lines that a client can cause, the proc file's readers, and
+# DNS answers without end.
+#
+#   client-1-1 eth0 -- wlan-1-1 \
+#   client-1-2 eth0 -- wlan-1-2  br0 -- uplink0 -- upstream
+#   client-lan0 eth0 ---- lan0  /
+
+make_topology 1-1 1-2 lan0
+start_upstream_web
+start_portal_web
+give_address 1-1 61
+give_address 1-2 62
+give_address lan0 63
+load_module
+cpctl interface set wlan-1-1 mode on garden on
+cpctl interface set wlan-1-2 mode on
+own_mac=$(mac_of 1-1)
+expect_portal() { expect_portal_page 1-1 http://203.0.113.10/ 10081; }
+expect_real() { expect_real_page 1-1 http://203.0.113.10/; }
+
+# send_frame CLIENT WORD SOURCE_MAC [CHANGE...]  one of lib/frame_bytes.py.
+send_frame() {
+	in_client "$1" python3 - "${@:2}" <<'PROGRAM'
+import os, socket, sys
+sys.path.insert(0, os.environ.get("LAB", "/payload/lab") + "/lib")
+from frame_bytes import change_frame, good_frame
+word, mac, *changes = sys.argv[1:]
+frame = good_frame(word)
+for change in changes:
+    frame = change_frame(frame, change)
+wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+wire.bind(("eth0", 0))
+wire.send(frame[:6] + bytes.fromhex(mac.replace(":", "")) + frame[12:])
+PROGRAM
+}
+
+# mark_rule PRIORITY RULE
+mark_rule() { nft "table bridge other { chain marks { type filter hook prerouting priority $1; iifname wlan-1-1 $2; }; }"; }
+step "a rule that takes the mark off between the hooks opens the portal"
+expect_portal
+mark_rule -315 'meta mark set 0'
+expect_real
+nft delete table bridge other
+step "one that sets a mark before them shuts it for who is logged in"
+cpctl client add login "$own_mac" wlan-1-1
+expect_real
+mark_rule -330 'meta mark set 5201'
+expect_portal_page 1-1 http://203.0.113.10/ 10082
+nft delete table bridge other
+
+step "a hardware address is all that a login knows, on its own interface"
+in_client 1-1 ip address flush dev eth0
+give_address 1-1 71
+expect_real
+in_client 1-1 ip address flush dev eth0
+give_address 1-1 61
+in_client 1-1 ip link set eth0 address 02:00:00:01:01:99
+expect_portal
+cpctl client add login "$(mac_of 1-2)" wlan-1-1
+expect_portal_page 1-2 http://203.0.113.10/ 10082
+in_client 1-1 ip link set eth0 address "$own_mac"
+expect_real
+cpctl client flush portal all
+
+step "the bridge believes who uses the gateway's hardware address, unless its place is fixed"
+gateway_is_at() { bridge fdb show br br0 | grep -F "$GATEWAY_MAC dev $1 " >/dev/null; }
+send_frame 1-1 arp "$GATEWAY_MAC"
+wait_until 10 "the bridge looks for the gateway behind client 1-1" gateway_is_at wlan-1-1
+bridge fdb replace "$GATEWAY_MAC" dev uplink0 master static sticky
+send_frame 1-1 arp "$GATEWAY_MAC"
+# Not judged before the frame is through.
+send_frame 1-1 arp 02:00:00:01:01:77
+wait_until 10 "the bridge has learned from a later frame" sh -c 'bridge fdb show br br0 | grep -q "02:00:00:01:01:77 dev wlan-1-1 "'
+expect_success gateway_is_at uplink0
+expect_portal
+
+step "clients of two ports reach each other, unless their ports are isolated"
+finds_neighbour() { in_client "$1" arping -q -f -c 2 -w 2 -I eth0 "$2" >/dev/null; }
+expect_success finds_neighbour 1-1 192.168.100.62
+bridge link set dev wlan-1-1 isolated on
+bridge link set dev wlan-1-2 isolated on
+expect_failure finds_neighbour 1-1 192.168.100.62
+expect_success finds_neighbour 1-1 "$GATEWAY_ADDRESS"
+expect_portal
+
+step "portal ports are guarded at the first address of br0 alone"
+ip address add 192.168.100.2/24 dev br0
+for address in "$AP_ADDRESS" 192.168.100.2; do
+	python3 -m http.server --bind "$address" --directory /payload/lab/lib 30089 >/dev/null 2>&1 &
+	port=30089
+	wait_until 20 "a service on $address listens" sh -c "ss -Hltn 'src $address:30089' | grep -q ."
+done
+nft 'table ip elsewhere { chain in { type nat hook prerouting priority -100; tcp dport 10081 ip daddr 192.168.100.2 dnat to :30089; }; }'
+expect_no_connection lan0 "http://$AP_ADDRESS:10081/"
+expect_contains "page of the second address" all.sh "$(fetch lan0 http://192.168.100.2:10081/)"
+nft delete table ip elsewhere
+
+step "any client can fill the log with one line, unless the debug level is 0"
+lines() { log_since_start | grep -cF 'Wrong type(0) and input' || true; }
+send_frame 1-1 tcp/0.0.0.0/80 "$own_mac"
+expect_log 'Wrong type(0) and input'
+cpctl debug 0
+before=$(lines)
+send_frame 1-1 tcp/0.0.0.0/80 "$own_mac"
+expect_portal
+expect_equal "lines with debug level 0" "$before" "$(lines)"
+
+step "everybody reads which permitted names were asked for, unless the file is shut"
+nobody_reads() { setpriv --reuid 65534 --regid 65534 --clear-groups cat /proc/cp_dns_aRecord/summary; }
+expect_success nobody_reads
+chmod 0400 /proc/cp_dns_aRecord/summary
+expect_failure nobody_reads
+expect_success cat /proc/cp_dns_aRecord/summary
+
+step "DNS answers for a client come as fast as somebody likes, unless they are limited"
+answers_through() {
+	local name=$1
+	start_capture "$name" 1-1 eth0
+	in_upstream python3 - <<'PROGRAM'
+import os, socket, sys
+sys.path.insert(0, "/payload/lab/lib")
+from frame_bytes import dns_answer
+wire = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+wire.bind(("203.0.113.53", 53))
+for number in range(600):
+    wire.sendto(dns_answer(f"name{number}.example.test", ["203.0.113.99"]), ("192.168.100.61", 40000))
+wire.sendto(b"the last one", ("192.168.100.61", 40001))
+PROGRAM
+	expect_captured "$name" "udp src port 53 or udp dst port 40001"
+	stop_capture "$name"
+	count_captured "$name" "udp src port 53 and udp dst port 40000"
+}
+in_upstream ip neigh replace 192.168.100.61 lladdr "$own_mac" dev eth0
+expect_equal "answers without the rules" 600 "$(answers_through unlimited)"
+nft -f /payload/firewall/limit-dns-answers.nft
+seen=$(answers_through limited)
+((100 <= seen && seen <= 300)) || fail "with the rules $seen of 600 answers came"
+echo "$seen of 600 answers came with the rules"
+
+step "without a bridge br0 TCP passes"
+expect_portal
+ip link set br0 down
+ip link set br0 name br1
+ip link set br1 up
+expect_real
+ip link set br1 down
+ip link set br1 name br0
+ip link set br0 up
+expect_portal
