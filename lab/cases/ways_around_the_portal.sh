@@ -1,7 +1,7 @@
 # What an access point's owner must know of, each thing first open and then shut:
 # other rules' marks, hardware addresses, ARP and the bridge's memory of who is
 # where, other wireless ports, a second address of the access point, a bridge of
-# another name, log lines that a client can cause, the proc file's readers, and
+# another name, log lines that a client can cause, who reads the proc file, and
 # DNS answers without end.
 #
 #   client-1-1 eth0 -- wlan-1-1 \
@@ -108,7 +108,8 @@ send_frame 1-1 tcp/0.0.0.0/80 "$own_mac"
 expect_portal
 expect_equal "lines with debug level 0" "$before" "$(lines)"
 
-step "everybody reads which permitted names were asked for, unless the file is shut"
+step "the control device is root's; everybody reads which permitted names were asked for, unless that file is shut"
+expect_equal "the device's mode and owner" "crw------- root" "$(stat -c '%A %U' /dev/CP_dev)"
 nobody_reads() { setpriv --reuid 65534 --regid 65534 --clear-groups cat /proc/cp_dns_aRecord/summary; }
 expect_success nobody_reads
 chmod 0400 /proc/cp_dns_aRecord/summary
@@ -140,8 +141,13 @@ seen=$(answers_through limited)
 ((100 <= seen && seen <= 300)) || fail "with the rules $seen of 600 answers came"
 echo "$seen of 600 answers came with the rules"
 
-step "without a bridge br0 TCP passes"
+step "a bridge br0 that has lost its address keeps it for the portal"
 expect_portal
+ip address flush dev br0
+expect_no_connection 1-1 http://203.0.113.10/
+ip address add "$AP_ADDRESS/24" dev br0
+expect_portal
+step "without a bridge br0 TCP passes"
 ip link set br0 down
 ip link set br0 name br1
 ip link set br1 up

@@ -30,6 +30,10 @@ udp/203.0.113.10/67 client-port=68            | same           | same   | drop  
 # A DHCP server, and a DNS answer, of a client's own.
 udp/255.255.255.255/68 client-port=67         | same           | same   | drop           | drop
 answer/www.example.net/203.0.113.66           | same           | same   | drop           | drop
+# To everybody at once.
+tcp/203.0.113.10/80 to=ff:ff:ff:ff:ff:ff      | redirect:10081 | drop   | redirect:10081 | same
+udp/224.0.0.251/5353 to=01:00:5e:00:00:fb     | drop           | drop   | drop           | same
+dhcp to=ff:ff:ff:ff:ff:ff                     | same           | same   | same           | same
 # Fragments: the first has ports.
 udp/203.0.113.10/53 more                      | same           | same   | drop           | same
 udp/203.0.113.10/53 offset=1                  | drop           | drop   | drop           | same
