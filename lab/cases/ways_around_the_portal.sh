@@ -52,9 +52,8 @@ expect_nobody() { expect_equal "who answers client $1" "" "$(patience=$SILENCE_S
 
 # send_frame CLIENT WORD SOURCE_MAC [CHANGE...]  one of lib/frame_bytes.py.
 send_frame() {
-	in_client "$1" python3 - "${@:2}" <<'PROGRAM'
-import os, socket, sys
-sys.path.insert(0, os.environ.get("LAB", "/payload/lab") + "/lib")
+	PYTHONPATH=$LAB/lib in_client "$1" python3 - "${@:2}" <<'PROGRAM'
+import socket, sys
 from frame_bytes import change_frame, good_frame
 word, mac, *changes = sys.argv[1:]
 frame = good_frame(word)
@@ -143,9 +142,8 @@ step "DNS answers for a client come as fast as somebody likes, unless they are l
 answers_through() {
 	local name=$1
 	start_capture "$name" 1-1 eth0
-	in_upstream python3 - <<'PROGRAM'
-import os, socket, sys
-sys.path.insert(0, "/payload/lab/lib")
+	PYTHONPATH=$LAB/lib in_upstream python3 - <<'PROGRAM'
+import socket
 from frame_bytes import dns_answer
 wire = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 wire.bind(("203.0.113.53", 53))
