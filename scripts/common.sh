@@ -1,6 +1,6 @@
 # Sourced by every script of the project that runs on the host.
 # Offers: project_root, cache_dir, say, warn, die, need_packages, with_cache_lock,
-# copy_files, copy_tree, configure_cmake.  Sets strict mode.
+# copy_files, copy_tree, module_arguments, configure_cmake.  Sets strict mode.
 
 set -euo pipefail
 
@@ -68,6 +68,13 @@ copy_files() {
 # two kernels never mix and a second build in the copy compiles only what changed.
 copy_tree() {
 	copy_files "$project_root" "$1" --filter=". $project_root/scripts/module-sources.list"
+}
+
+# module_arguments KERNEL DIRECTORY  what make is told beside the tree to build the module for a kernel of the lab, one a
+# line. The debug kernel's module has the test knobs.
+module_arguments() {
+	echo "ARCH=$(<"$2/arch")"
+	[[ $1 != um-debug ]] || echo CP_TEST_KNOBS=y
 }
 
 # configure_cmake SOURCE BUILD [ARGUMENT...]  a build directory of the cache may have been another checkout's.

@@ -128,7 +128,7 @@ module_build() {
 	local kernel=$1 dir copy=$cache_dir/module-builds/$1
 	dir=$("$project_root/lab/kernels/prepare" "$kernel")
 	check "module for $kernel" with_cache_lock "module-$kernel" \
-		"$project_root/scripts/build-module" "$dir/build" "$copy" ARCH="$(<"$dir/arch")"
+		"$project_root/scripts/build-module" "$dir/build" "$copy" $(module_arguments "$kernel" "$dir")
 	# The debug kernel's sanitizer makes constructors of its own.
 	[[ $kernel == um-debug ]] ||
 		check "sections and symbols of the module for $kernel" \

@@ -6,6 +6,7 @@
 # - no static constructor, destructor or thread-local data: production kernels run no constructor of a module;
 # - no exception tables: nothing in a kernel would read them;
 # - the C++ objects ask for nothing but each other, the seam, and the few names that a compiler calls by itself.
+# - no test knob: no parameter, and no symbol of one.
 # A kernel with the address sanitizer or coverage has constructors of its own making; this check is not for it.
 # Exit code: 0 all right, 1 something is wrong, 2 the check could not be made.
 
@@ -35,6 +36,18 @@ forbidden=$(echo "$sections" |
 if [ -n "$forbidden" ]; then
 	echo "check-module: $module has sections that no production kernel handles:" >&2
 	echo "$forbidden" | sed 's/^/	/' >&2
+	wrong=1
+fi
+
+# --- Test knobs -----------------------------------------------------------------
+
+knobs=$({
+	echo "$sections" | grep -x '__param' || :
+	nm "$module" | sed -n 's/.* //p' | grep -E 'test_knob|fail_atomic' || :
+})
+if [ -n "$knobs" ]; then
+	echo "check-module: $module can be told to fail, which only a test build may be:" >&2
+	echo "$knobs" | sed 's/^/	/' >&2
 	wrong=1
 fi
 
