@@ -1,5 +1,5 @@
-# What lab/cases/bridges_and_ports_change.sh does, a tenth of $LIFE_CYCLE_ROUNDS times, while others send through the same
-# bridges as fast as they can, and answers of the portal and of DNS come from the other side. At the end both bridges
+# What lab/cases/bridges_and_ports_change.sh does, a tenth of $LIFE_CYCLE_ROUNDS times, while others send through the
+# same bridges all the time, and answers of the portal and of DNS come from the other side. At the end both bridges
 # can be deleted.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream

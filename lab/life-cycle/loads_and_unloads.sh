@@ -61,8 +61,8 @@ for ((round = 1; round <= warm; round++)); do quiet_round "$round"; done
 memory=$(kernel_memory)
 for ((; round <= quiet; round++)); do quiet_round "$round"; done
 grown=$(($(kernel_memory) - memory))
-figure "$quiet unloads without traffic, the longest $((slowest_unload / 1000)) ms; the kernel's own memory $memory KiB" \
-	"after $warm rounds, $grown KiB more at the end"
+figure "$quiet unloads without traffic, $(median_unload) ms in the middle, the longest $((slowest_unload / 1000)) ms"
+figure "the kernel's own memory: $memory KiB after $warm rounds, $grown KiB more after $quiet"
 # A page lost in each round would be four times as much.
 ((grown <= quiet - warm + 256)) || fail "the kernel's own memory grew by $grown KiB"
 
@@ -87,7 +87,7 @@ has_cached() {
 	in_cache=$(read_summary | grep -cF 'IP=198.18.' || true)
 	((in_cache > 0))
 }
-slowest_unload=0
+slowest_unload=0 unload_times=()
 cached=0
 for ((; round <= rounds; round++)); do
 	before=$(redirected)
@@ -99,8 +99,8 @@ for ((; round <= rounds; round++)); do
 	timed_unload
 done
 for process in "${floods[@]}"; do kill -0 "$process" || fail "one of the senders ended"; done
-figure "$((rounds - quiet)) unloads under traffic, the longest $((slowest_unload / 1000)) ms;" \
-	"$cached addresses of DNS answers were in the cache"
+figure "$((rounds - quiet)) unloads under traffic, $(median_unload) ms in the middle," \
+	"the longest $((slowest_unload / 1000)) ms; $cached addresses of DNS answers were in the cache"
 kill "${floods[@]}"
 wait "${floods[@]}" || true
 

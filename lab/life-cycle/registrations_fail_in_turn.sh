@@ -1,7 +1,7 @@
 # What lab/cases/registrations_fail.sh leaves out. The device: every number is taken by copies of the module under other
 # names, the load fails, its hooks are gone, and a later load is whole (kernels before 6.2 have 128 numbers; later ones
-# never run out). And where the kernel can let allocations fail, each one that the load makes fails once: the load fails,
-# or is without its hooks, its thread or its proc file; every registration is among those that failed.
+# never run out). And where the kernel can let allocations fail, each one that the load makes fails once: the load
+# fails, or is without its hooks, its thread or its proc file; every registration is among those that failed.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 
