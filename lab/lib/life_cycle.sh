@@ -1,9 +1,10 @@
 # Loading and unloading again and again: how long an unload takes, and what memory it leaves behind.
 #
-#   timed_unload              unloads the module; fails when that took longer than $LONGEST_UNLOAD milliseconds
+#   quick_load                loads the module by the system call alone
+#   timed_unload              unloads it so; fails when that took longer than $LONGEST_UNLOAD milliseconds
 #   slowest_unload            the longest of the case's since it was set to 0, in microseconds
 #   unload_times              all of them
-#   median_unload             the one in the middle, in milliseconds
+#   median_unload             the one in the middle
 #   kernel_memory             KiB that the kernel holds for itself and no program can get back
 #   figure TEXT...            a line that "./run life-cycle" prints at its end
 #
@@ -13,17 +14,25 @@ LONGEST_UNLOAD=${LIFE_CYCLE_LONGEST_UNLOAD:-1000}
 slowest_unload=0
 unload_times=()
 
+# module_call WORD  microseconds in REPLY.  The first call starts the program that makes them all.
+module_call() {
+	[[ ${MODULE_CALLS_PID-} ]] || coproc MODULE_CALLS { exec python3 -S "$LAB/lib/module_calls.py" "$MODULE"; }
+	echo "$1" >&"${MODULE_CALLS[1]}"
+	read -r REPLY <&"${MODULE_CALLS[0]}"
+	[[ $REPLY != *[!0-9]* ]] || fail "the module does not $1: $REPLY"
+}
+
+quick_load() { module_call load; }
+
 timed_unload() {
-	local before=$EPOCHREALTIME took
-	unload_module
-	took=$((${EPOCHREALTIME/./} - ${before/./}))
-	unload_times+=("$took")
-	((took <= slowest_unload)) || slowest_unload=$took
-	((took < LONGEST_UNLOAD * 1000)) || fail "unloading took $((took / 1000)) ms"
+	module_call unload
+	unload_times+=("$REPLY")
+	((REPLY <= slowest_unload)) || slowest_unload=$REPLY
+	((REPLY < LONGEST_UNLOAD * 1000)) || fail "unloading took $((REPLY / 1000)) ms"
 }
 
 median_unload() {
-	printf '%s\n' "${unload_times[@]}" | sort -n | sed -n "$(((${#unload_times[@]} + 1) / 2))p" | sed 's/...$//; s/^$/0/'
+	printf '%s\n' "${unload_times[@]}" | sort -n | sed -n "$(((${#unload_times[@]} + 1) / 2))p"
 }
 
 # Memory that a dead program or the last of a cache still holds is given back first.

@@ -44,7 +44,7 @@ set_up() {
 
 # The client is taken off its list again: what stays on a list is kept on purpose, and would hide what is lost.
 quiet_round() {
-	load_module
+	quick_load
 	if (($1 % 10 == 0)); then
 		set_up
 		cpctl client del login 02:00:00:01:01:77 wlan-1-1
@@ -61,7 +61,7 @@ for ((round = 1; round <= warm; round++)); do quiet_round "$round"; done
 memory=$(kernel_memory)
 for ((; round <= quiet; round++)); do quiet_round "$round"; done
 grown=$(($(kernel_memory) - memory))
-figure "$quiet unloads without traffic, $(median_unload) ms in the middle, the longest $((slowest_unload / 1000)) ms"
+figure "$quiet unloads without traffic, $(median_unload) us in the middle, the longest $slowest_unload us"
 figure "the kernel's own memory: $memory KiB after $warm rounds, $grown KiB more after $quiet"
 # A page lost in each round would be four times as much.
 ((grown <= quiet - warm + 256)) || fail "the kernel's own memory grew by $grown KiB"
@@ -91,7 +91,7 @@ slowest_unload=0 unload_times=()
 cached=0
 for ((; round <= rounds; round++)); do
 	before=$(redirected)
-	load_module
+	quick_load
 	set_up
 	wait_until 20 "a frame was redirected" has_redirected
 	wait_until 20 "an answer is in the cache" has_cached
@@ -99,8 +99,8 @@ for ((; round <= rounds; round++)); do
 	timed_unload
 done
 for process in "${floods[@]}"; do kill -0 "$process" || fail "one of the senders ended"; done
-figure "$((rounds - quiet)) unloads under traffic, $(median_unload) ms in the middle," \
-	"the longest $((slowest_unload / 1000)) ms; $cached addresses of DNS answers were in the cache"
+figure "$((rounds - quiet)) unloads under traffic, $(median_unload) us in the middle," \
+	"the longest $slowest_unload us; $cached addresses of DNS answers were in the cache"
 kill "${floods[@]}"
 wait "${floods[@]}" || true
 

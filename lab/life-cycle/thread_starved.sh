@@ -1,0 +1,70 @@
+# The expiry thread gets no processor for $LIFE_CYCLE_STARVED seconds, from before its pass was due: a program of the
+# real-time class has it. Meanwhile frames are judged, answers are read and nothing expires; afterwards the pass comes
+# at once, takes out what is past its time and nothing else, and the next one comes a whole period later.
+#
+#   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
+
+starved=${LIFE_CYCLE_STARVED:-10}
+make_topology 1-1
+give_address 1-1 61
+in_client 1-1 ping -n -q -c 1 "$AP_ADDRESS" >/dev/null
+
+lines_with() { log_since_start | grep -cF -- "$1" || true; }
+passes() { lines_with '[schedule_check]in while loop'; }
+seconds_of_last() { log_since_start | grep -F -- "$1" | tail -n 1 | sed 's/^\[ *\([0-9]*\)\..*/\1/'; }
+ticks_a_second=250
+! grep -q 'User Mode Linux' /proc/cpuinfo || ticks_a_second=100
+period=$((6000 / ticks_a_second))
+
+load_module
+cpctl interface set wlan-1-1 mode on
+cpctl garden replace wlan-1-1 on '*.example.org'
+cpctl debug 3
+thread=$(grep -lsE '^schedule_check_(thread)?$' /proc/[0-9]*/comm | cut -d/ -f3)
+wait_until 100 "a pass" eval '(($(passes) > 0))'
+cpctl debug 1
+
+step "the thread's processor is taken"
+# This case goes before the program, and the thread behind it. With two processors all else goes on on the first.
+echo -1 >/proc/sys/kernel/sched_rt_runtime_us
+processor=$(($(nproc) - 1))
+taskset -p -c "$processor" "$thread" >/dev/null
+chrt -f -p 60 $$
+cpctl debug 3
+before=$(passes)
+# From a little before the pass is due.
+sleep $((period - 10))
+send_answers 1-1 short.example.org 5 203.0.113.20 203.0.113.30
+send_answers 1-1 long.example.org 3600 203.0.113.40
+# It never asks for the time, which in a machine whose clock leaps would hardly go on for it.
+chrt -f 50 taskset -c "$processor" python3 -S -c 'while True: pass' &
+hog=$!
+# Nobody else in the machine would come to end it.
+trap 'kill "$hog" 2>/dev/null || true' EXIT
+sleep 8
+expect_equal "passes when the hog began" "$before" "$(passes)"
+send_answers 1-1 short.example.org 3600 203.0.113.30
+for ((second = 8; second < starved + 8; second += 5)); do
+	sleep 5
+	expect_equal "passes after $second seconds" "$before" "$(passes)"
+	expect_listed all "203.0.113.20 1-1: short.example.org" "203.0.113.30 1-1: short.example.org" \
+		"203.0.113.40 1-1: long.example.org"
+done
+deadline=$(timeout_of 203.0.113.30)
+kill "$hog"
+wait "$hog" || true
+step "it is free again"
+wait_until 10 "the pass comes" eval '(($(passes) > before))'
+expect_listed all "203.0.113.30 1-1: short.example.org" "203.0.113.40 1-1: long.example.org"
+expect_equal "the deadline" "$deadline" "$(timeout_of 203.0.113.30)"
+first=$(seconds_of_last '[schedule_check]in while loop')
+before=$(passes)
+wait_until 100 "the next pass" eval '(($(passes) > before))'
+took=$(($(seconds_of_last '[schedule_check]in while loop') - first))
+((took >= period - 1 && took <= period + 15)) || fail "the next pass came after $took seconds"
+expect_listed all "203.0.113.30 1-1: short.example.org" "203.0.113.40 1-1: long.example.org"
+timed_unload
+figure "starved for $starved seconds; the next pass came $took seconds after the late one;" \
+	"unloaded in $slowest_unload us"
+chrt -o -p 0 $$
+echo 950000 >/proc/sys/kernel/sched_rt_runtime_us
