@@ -1,0 +1,44 @@
+// load_traffic --sample FILE [--seconds N] [--seed N] [--connections N] [--times told|untold]
+//
+// In a machine of the lab, between the cables that lab/load/load.sh has laid: fills every table of the module, sends
+// frames of every kind as fast as it can, and holds each against what the module has been told.
+// Exit status: 0 if everything was right, 1 if not, 2 if it could not be tried.
+
+#include "session.h"
+#include "trouble.h"
+
+#include <cstdio>
+
+int main(int count, char **words)
+{
+	load::Options options;
+	// Other processes print as well.
+	setvbuf(stdout, nullptr, _IOLBF, 0);
+	for (int i = 1; i + 1 < count; i += 2) {
+		std::string name = words[i], value = words[i + 1];
+		if (name == "--sample")
+			options.sample = value;
+		else if (name == "--seconds")
+			options.seconds = unsigned(std::stoul(value));
+		else if (name == "--seed")
+			options.seed = std::stoull(value);
+		else if (name == "--connections")
+			options.connections = unsigned(std::stoul(value));
+		else if (name == "--times")
+			options.tells_times = value == "told";
+		else {
+			fprintf(stderr, "load_traffic: what is %s?\n", words[i]);
+			return 2;
+		}
+	}
+	if (options.sample.empty() || count % 2 == 0) {
+		fprintf(stderr, "usage: load_traffic --sample FILE [--seconds N] [--seed N] [--connections N]\n");
+		return 2;
+	}
+	try {
+		return load::run(options) ? 0 : 1;
+	} catch (const load::Trouble &trouble) {
+		printf("WRONG: %s\n", trouble.what());
+		return 1;
+	}
+}
