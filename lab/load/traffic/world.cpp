@@ -156,13 +156,13 @@ void World::any_command(Dice &dice)
 {
 	unsigned row = dice.below(rows);
 	unsigned choice = dice.below(1000);
-	if (choice < 4) {
+	if (choice < 10) {
 		group_of_row[row] = dice.below(groups);
 		set_row_rules(row);
-	} else if (choice < 24) {
+	} else if (choice < 40) {
 		https_of[row] = Https(dice.below(unsigned(Https::values)));
 		device.set_portal(BLOCK_HTTPS, row, uint32_t(https_of[row]));
-	} else if (choice < 44) {
+	} else if (choice < 80) {
 		check_lists(dice);
 	} else if (gone.empty() || (gone.size() < most_gone && dice.one_in(2))) {
 		unsigned number = dice.below(clients_of_a_row);
