@@ -1,7 +1,7 @@
-# Every table full, every kind of frame, as fast as the machine can, for
-# LOAD_SECONDS: where each frame comes out and with what bytes, what the memory
-# does, and how long an admitted client's ping takes meanwhile. One in a hundred
-# of the frames is given to the second implementation as well.
+# Every table full, every kind of frame, as fast as the machine can, for as long
+# as LOAD_LENGTH says: where each frame comes out and with what bytes, what the
+# memory does, and how long an admitted client's ping takes meanwhile. One in a
+# hundred of the frames is given to the second implementation as well.
 #
 #   far-1-1 -- wlan-1-1 \
 #     ...        ...      br0 -- uplink0 -- far-up
@@ -43,7 +43,7 @@ mkfifo /run/load-sample
 python3 /payload/lab/load/check_sample.py /run/load-sample >"$CASE_DIR/sample.log" 2>&1 &
 checker=$!
 status=0
-/payload/bin/load_traffic --sample /run/load-sample --seconds "${LOAD_SECONDS:?}" --seed "${LOAD_SEED:?}" \
+/payload/bin/load_traffic --sample /run/load-sample ${LOAD_LENGTH:?} --seed "${LOAD_SEED:?}" \
 	--times "${LOAD_TIMES:-told}" || status=$?
 sampled=0
 wait "$checker" || sampled=$?

@@ -1,4 +1,4 @@
-// load_traffic --sample FILE [--seconds N] [--seed N] [--connections N] [--times told|untold]
+// load_traffic --sample FILE [--seconds N | --frames N] [--seed N] [--connections N] [--times told|untold]
 //
 // In a machine of the lab, between the cables that lab/load/load.sh has laid: fills every table of the module, sends
 // frames of every kind as fast as it can, and holds each against what the module has been told.
@@ -20,6 +20,8 @@ int main(int count, char **words)
 			options.sample = value;
 		else if (name == "--seconds")
 			options.seconds = unsigned(std::stoul(value));
+		else if (name == "--frames")
+			options.frames = std::stoull(value);
 		else if (name == "--seed")
 			options.seed = std::stoull(value);
 		else if (name == "--connections")
@@ -32,7 +34,8 @@ int main(int count, char **words)
 		}
 	}
 	if (options.sample.empty() || count % 2 == 0) {
-		fprintf(stderr, "usage: load_traffic --sample FILE [--seconds N] [--seed N] [--connections N]\n");
+		fprintf(stderr,
+			"usage: load_traffic --sample FILE [--seconds N | --frames N] [--seed N] [--connections N]\n");
 		return 2;
 	}
 	try {

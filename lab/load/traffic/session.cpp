@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "clock.h"
 #include "meanwhile.h"
 #include "probe.h"
 #include "summary_file.h"
@@ -26,13 +27,6 @@ constexpr uint64_t growth_allowed = 1024, growth_allowed_after = 2048; // KiB
 // And all memory: the second implementation holds what it has seen.
 constexpr uint64_t loss_allowed = 16384;
 constexpr Mac probe_mac = {2, 0, 0, 0x40, 0, 1};
-
-double monotonic()
-{
-	timespec now;
-	clock_gettime(CLOCK_MONOTONIC, &now);
-	return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
-}
 
 class Checks
 {
@@ -103,10 +97,14 @@ bool run(const Options &options)
 	Meanwhile meanwhile(device);
 	uint64_t wrong_listings = 0, listings = 0, frames_before = traffic.accounts.frames();
 	Watch::Reading full{}, after{};
-	double began = monotonic(), ends = began + options.seconds;
+	double began = monotonic();
+	auto part_done = [&] {
+		return options.frames ? double(traffic.accounts.frames() - frames_before) / double(options.frames) :
+					(monotonic() - began) / options.seconds;
+	};
 	bool is_half = false;
 	unsigned batch = 0;
-	for (; monotonic() < ends; ++batch) {
+	for (; part_done() < 1; ++batch) {
 		Dice dice(options.seed, batch + 1);
 		traffic.mixed_batch(dice);
 		traffic.follow_expiry();
@@ -118,15 +116,15 @@ bool run(const Options &options)
 			++listings;
 			wrong_listings += count_listed_addresses() != world.listed_addresses(traffic.short_filled);
 		}
-		if (!is_half && monotonic() > began + options.seconds / 2.0) {
+		if (!is_half && part_done() > 0.5) {
 			is_half = true;
-			watch.read("half of the time over");
+			watch.read("half of the mixture over");
 		}
 	}
 	double seconds = monotonic() - began;
 	uint64_t frames = traffic.accounts.frames() - frames_before;
 	bool others_right = meanwhile.finish();
-	after = watch.read("all of the time over");
+	after = watch.read("all of the mixture over");
 	probe.pause(true);
 
 	say("what is stale expires");

@@ -8,7 +8,9 @@ namespace load
 {
 
 struct Options {
+	// The mixture ends after so many seconds, or after so many frames if there is a number of them.
 	unsigned seconds = 600;
+	uint64_t frames = 0;
 	uint64_t seed = 1;
 	unsigned connections = 100000;
 	std::string sample;

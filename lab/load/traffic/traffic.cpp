@@ -1,6 +1,7 @@
 #include "traffic.h"
 
 #include "captive_portal/ports.h"
+#include "clock.h"
 #include "summary_file.h"
 #include "trouble.h"
 
@@ -18,7 +19,7 @@ constexpr uint16_t dns_port = 53;
 constexpr unsigned smallest_payload = 18, records_of_an_answer = 8;
 // Filling that takes longer than this ends: what is not in by then stays out until the next pass.
 constexpr time_t seconds_to_fill = 8;
-constexpr time_t seconds_to_wait = 20;
+constexpr double seconds_to_wait = 20, seconds_after_last = 0.1;
 
 constexpr End everybody = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, 0xffffffff, 67};
 
@@ -147,14 +148,17 @@ void Traffic::finish()
 		if ((items[number - base].seen & ~before) & items[number - base].wanted)
 			--missing;
 	};
-	time_t deadline = 0;
+	double began = monotonic();
+	bool is_late = false;
+	// What is not there a moment after the last one will not come any more.
 	while (wires.receive(seen), missing) {
-		if (deadline == 0)
-			++late_batches, deadline = time(nullptr) + seconds_to_wait;
-		else if (time(nullptr) > deadline)
+		bool is_last_out = (last.wanted & ~last.seen) == 0;
+		if (monotonic() - began > (is_last_out ? seconds_after_last : seconds_to_wait))
 			break;
+		is_late = true;
 		usleep(100);
 	}
+	late_batches += is_late;
 	for (unsigned i = 0; i < filled; ++i) {
 		Item &item = items[i];
 		accounts.close(item);
