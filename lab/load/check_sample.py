@@ -22,7 +22,12 @@ AT_PORT, AT_UPLINK, AT_ACCESS_POINT = 1, 2, 4
 ACCESS_POINT_MAC = bytes.fromhex("020000000001")
 EVERYBODY = b"\xff" * 6
 MOST_TOLD = 10
+SHOWN_BYTES = 80
 NAMES = [f"wlan-{row // 8 + 1}-{row % 8 + 1}" for row in range(24)] + ["uplink0", "br0"]
+
+
+def shown(frame):
+    return frame[:SHOWN_BYTES].hex() + ("..." if len(frame) > SHOWN_BYTES else "")
 
 
 class Follower:
@@ -79,8 +84,8 @@ class Follower:
             return
         self.frames += 1
         if (where, wanted) != (seen_at, came):
-            self.tell(f"sent at {NAMES[place]}: {frame.hex()}\n  model: places {where}, {wanted.hex()}\n"
-                      f"  module: places {seen_at}, {came.hex()}")
+            self.tell(f"sent at {NAMES[place]}: {shown(frame)}\n  model: places {where}, {shown(wanted)}\n"
+                      f"  module: places {seen_at}, {shown(came)}")
 
     def tell(self, text):
         self.wrong += 1
