@@ -156,6 +156,7 @@ lab() {
 stage_lab_um() { lab um; }
 # The demo's story is a case as well.
 stage_story_um() { LAB_CASES=lab/story lab um; }
+stage_load_um() { check "full tables and a short load" "$project_root/run" load --quick --seed "$(seed)"; }
 stage_lab_um_debug() { lab um-debug; }
 
 # Emulation is slow: each commit runs every other case on one packaged kernel and the rest on the other, the next commit
