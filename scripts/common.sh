@@ -1,6 +1,6 @@
 # Sourced by every script of the project that runs on the host.
-# Offers: project_root, cache_dir, say, warn, die, need_packages, with_cache_lock,
-# copy_files, copy_tree, module_arguments, configure_cmake.  Sets strict mode.
+# Offers: project_root, cache_dir, say, warn, die, need_packages, use_package_lists_of,
+# with_cache_lock, copy_files, copy_tree, configure_cmake, module_arguments.  Sets strict mode.
 
 set -euo pipefail
 
@@ -46,6 +46,32 @@ refresh_package_lists() {
 	touch "$stamp"
 }
 
+# use_package_lists_of ARCHITECTURE  from here on apt-get and apt-cache of this shell speak of another architecture's
+# packages, from the same sources, in lists of their own: this machine's packages know nothing of it. For downloads only.
+use_package_lists_of() {
+	local dir=$cache_dir/apt-$1
+	with_cache_lock "apt-$1" make_package_lists_of "$1" "$dir"
+	export APT_CONFIG=$dir/apt.conf
+}
+
+make_package_lists_of() {
+	local dir=$2
+	[[ -z $(find "$dir/refreshed" -mmin -60 2>/dev/null) ]] || return 0
+	mkdir -p "$dir"/{lists/partial,cache/archives/partial}
+	: >"$dir/status"
+	cat >"$dir/apt.conf" <<-END
+		APT::Architecture "$1";
+		APT::Architectures { "$1"; };
+		APT::Sandbox::User "root";
+		Dir::State "$dir";
+		Dir::State::lists "$dir/lists";
+		Dir::State::status "$dir/status";
+		Dir::Cache "$dir/cache";
+	END
+	APT_CONFIG=$dir/apt.conf apt-get -qq update >&2
+	touch "$dir/refreshed"
+}
+
 # with_cache_lock NAME COMMAND...  two runs at once must not write the same
 # directory of the cache.  The command runs in a subshell.
 with_cache_lock() {
@@ -74,6 +100,7 @@ copy_tree() {
 # line. The debug kernel's module has the test knobs.
 module_arguments() {
 	echo "ARCH=$(<"$2/arch")"
+	[[ ! -f $2/make ]] || grep . "$2/make" || true
 	[[ $1 != um-debug ]] || echo CP_TEST_KNOBS=y
 }
 

@@ -125,10 +125,11 @@ stage_host_thread() { host_tests thread; }
 prepare_kernel() { check "$1 is there to boot" "$project_root/lab/kernels/prepare" "$1"; }
 
 module_build() {
-	local kernel=$1 dir copy=$cache_dir/module-builds/$1
+	local kernel=$1 dir copy=$cache_dir/module-builds/$1 arguments
 	dir=$("$project_root/lab/kernels/prepare" "$kernel")
+	mapfile -t arguments < <(module_arguments "$kernel" "$dir")
 	check "module for $kernel" with_cache_lock "module-$kernel" \
-		"$project_root/scripts/build-module" "$dir/build" "$copy" $(module_arguments "$kernel" "$dir")
+		"$project_root/scripts/build-module" "$dir/build" "$copy" "${arguments[@]}"
 	# The debug kernel's sanitizer makes constructors of its own.
 	[[ $kernel == um-debug ]] ||
 		check "sections and symbols of the module for $kernel" \
