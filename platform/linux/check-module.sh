@@ -5,7 +5,8 @@
 # Checks a release build of the module, with its objects still beside it:
 # - no static constructor, destructor or thread-local data: production kernels run no constructor of a module;
 # - no exception tables: nothing in a kernel would read them;
-# - the C++ objects ask for nothing but each other, the seam, and the few names that a compiler calls by itself.
+# - the C++ objects ask for nothing but each other, the seam, and the few names that a compiler calls by itself;
+# - no function is in two of them;
 # - no test knob: no parameter, and no symbol of one.
 # A kernel with the address sanitizer or coverage has constructors of its own making; this check is not for it.
 # Exit code: 0 all right, 1 something is wrong, 2 the check could not be made.
@@ -74,6 +75,19 @@ $defined" || :)
 if [ -n "$strange" ]; then
 	echo "check-module: the core asks for symbols that are neither its own nor the seam's:" >&2
 	echo "$strange" | sed 's/^/	/' >&2
+	wrong=1
+fi
+
+# --- Functions that the linker throws out -------------------------------------------
+
+# Where each object is checked by itself, its stack tables are made then, and would speak of a function that another
+# object keeps.
+twice=$(for object; do readelf -gW "$object"; done |
+	awk '/^COMDAT group/ { name = $0; sub(/.*` *\.group. *\[/, "", name); sub(/\].*/, "", name) }
+		name != "" && / \.text/ { print name; name = "" }' | sort | uniq -d)
+if [ -n "$twice" ]; then
+	echo "check-module: functions that are in several of the core's objects:" >&2
+	echo "$twice" | sed 's/^/	/' >&2
 	wrong=1
 fi
 
