@@ -142,6 +142,11 @@ stage_module_um() { module_build um; }
 stage_module_um_debug() { module_build um-debug; }
 stage_module_debian_6_1() { module_build debian-6.1; }
 stage_module_debian_6_12() { module_build debian-6.12; }
+# One of the two with each commit.
+stage_module_arm64() {
+	local kernels=(debian-6.1-arm64 debian-6.12-arm64)
+	module_build "${kernels[0x$(commit | cut -c40) % 2]}"
+}
 
 # --- the lab ------------------------------------------------------------------------
 
