@@ -68,7 +68,9 @@ constexpr void store_text(char *field, size_t size, Text text)
 	}
 }
 
-template <size_t size> constexpr void store_text(char (&field)[size], Text text)
+// Static, so that each object keeps its own: the linker throws a shared one out of all objects but the first, and where a
+// kernel checks each object by itself, the stack tables of the others would still speak of it.
+template <size_t size> static constexpr void store_text(char (&field)[size], Text text)
 {
 	store_text(field, size, text);
 }
