@@ -132,6 +132,27 @@ TEST_F(UserMemory, IsNotDuplicatedWithoutMemory)
 	EXPECT_EQ(cp_memdup_user(user.address(), sizeof(Record)), nullptr);
 }
 
+// Either direction counts, and a copy that is ordered to fail copies nothing.
+TEST_F(UserMemory, FailsTheCopyThatWasOrderedAndNoOther)
+{
+	const UserRecord<Record> user(machine, numbers);
+	const uint64_t copies = machine.user.copies();
+	machine.user.fail_copy(2);
+	Record kernel;
+	EXPECT_EQ(cp_copy_from_user(kernel.data(), user.address(), kernel.size()), 0u);
+	EXPECT_EQ(kernel, numbers);
+	EXPECT_EQ(cp_copy_to_user(user.address(), Record{}.data(), kernel.size()), 10u);
+	EXPECT_EQ(user.load(), numbers);
+	EXPECT_EQ(cp_copy_from_user(kernel.data(), user.address(), kernel.size()), 0u);
+	EXPECT_EQ(machine.user.copies(), copies + 3);
+	machine.user.fail_copy(1);
+	EXPECT_EQ(cp_copy_from_user(kernel.data(), user.address(), kernel.size()), 10u);
+	EXPECT_EQ(kernel, Record{});
+	machine.user.fail_copy(1);
+	EXPECT_EQ(cp_memdup_user(user.address(), sizeof(Record)), nullptr);
+	EXPECT_TRUE(machine.live_allocations().empty());
+}
+
 TEST_F(UserMemory, HoldsRecordsOfManyPages)
 {
 	std::vector<std::byte> bytes(16592, std::byte{0x5a});
