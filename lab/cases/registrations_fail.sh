@@ -48,7 +48,7 @@ without_hook third postrouting 1024
 step "the thread is refused"
 started=$(lines_with 'wake_up_process schedule_check_thread')
 stopped=$(lines_with 'kthread_stop schedule_check_thread')
-expect_equal "the load" "loaded" "$(python3 -S "$LAB/lib/load_module.py" "$MODULE" threads)"
+expect_equal "the load" "loaded" "$(python3 -S "$LAB/lib/load_module_without_threads.py" "$MODULE")"
 wait_until 10 "the control device is there" test -c /dev/CP_dev
 expect_equal "threads" "" "$(grep -lsE '^schedule_check_(thread)?$' /proc/[0-9]*/comm || true)"
 expect_equal "lines of a start" "$started" "$(lines_with 'wake_up_process schedule_check_thread')"
