@@ -1,4 +1,4 @@
-# What lab/cases/registrations_fail.sh leaves out, the device: every number is taken by copies of the module under other
+# What registrations_fail leaves out, the device: every number is taken by copies of the module under other
 # names, the load fails, its hooks are gone, and a later load is whole. Kernels before 6.2 have 128 numbers; later ones
 # never run out.
 #
