@@ -1,4 +1,4 @@
-"""Usage: check_sample.py FILE
+"""Usage: check_sample.py <FILE
 
 Follows what load_traffic tells of a load: plays its commands, its DNS answers and a part of its frames on the second
 implementation of the module (tests/model), and compares what became of each sampled frame with what the model says:
@@ -110,9 +110,8 @@ def follow(file):
     return follower
 
 
-def main(path):
-    with open(path, "rb", buffering=1 << 20) as file:
-        follower = follow(file)
+def main():
+    follower = follow(sys.stdin.buffer)
     is_right = follower.wrong == 0 and follower.frames != 0
     print(f"{'right:' if is_right else 'WRONG:'} the model says the same of {follower.frames} sampled frames, "
           f"{follower.wrong} differ ({follower.followed} more, {follower.commands} commands and {follower.passes} passes "
@@ -120,4 +119,4 @@ def main(path):
     return not is_right
 
 
-sys.exit(main(sys.argv[1]))
+sys.exit(main())

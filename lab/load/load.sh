@@ -40,11 +40,14 @@ nft 'table inet silence { chain everything { type filter hook prerouting priorit
 
 load_module
 mkfifo /run/load-sample
-python3 /payload/lab/load/check_sample.py /run/load-sample >"$CASE_DIR/sample.log" 2>&1 &
+# Both ends are open before anybody starts: neither waits for one that never comes.
+exec 8<>/run/load-sample 9</run/load-sample
+python3 /payload/lab/load/check_sample.py <&9 >"$CASE_DIR/sample.log" 2>&1 8>&- 9<&- &
 checker=$!
 status=0
 /payload/bin/load_traffic --sample /run/load-sample ${LOAD_LENGTH:?} --seed "${LOAD_SEED:?}" \
-	--times "${LOAD_TIMES:-told}" || status=$?
+	--times "${LOAD_TIMES:-told}" 8>&- 9<&- || status=$?
+exec 8>&- 9<&-
 sampled=0
 wait "$checker" || sampled=$?
 cat "$CASE_DIR/sample.log"

@@ -40,7 +40,7 @@ int main(int count, char **words)
 	}
 	try {
 		return load::run(options) ? 0 : 1;
-	} catch (const load::Trouble &trouble) {
+	} catch (const std::exception &trouble) {
 		printf("WRONG: %s\n", trouble.what());
 		return 1;
 	}
