@@ -5,15 +5,18 @@
 // Exit status: 0 if everything was right, 1 if not, 2 if it could not be tried.
 
 #include "session.h"
-#include "trouble.h"
 
 #include <cstdio>
+#include <exception>
 
-int main(int count, char **words)
+namespace
 {
-	load::Options options;
-	// Other processes print as well.
-	setvbuf(stdout, nullptr, _IOLBF, 0);
+
+constexpr int right = 0, wrong = 1, not_tried = 2;
+
+// False for a word that nobody knows. A number that is none throws.
+bool read_words(int count, char **words, load::Options &options)
+{
 	for (int i = 1; i + 1 < count; i += 2) {
 		std::string name = words[i], value = words[i + 1];
 		if (name == "--sample")
@@ -28,20 +31,29 @@ int main(int count, char **words)
 			options.connections = unsigned(std::stoul(value));
 		else if (name == "--times")
 			options.tells_times = value == "told";
-		else {
-			fprintf(stderr, "load_traffic: what is %s?\n", words[i]);
-			return 2;
-		}
+		else
+			return false;
 	}
-	if (options.sample.empty() || count % 2 == 0) {
-		fprintf(stderr,
-			"usage: load_traffic --sample FILE [--seconds N | --frames N] [--seed N] [--connections N]\n");
-		return 2;
-	}
+	return count % 2 == 1 && !options.sample.empty();
+}
+
+} // namespace
+
+int main(int count, char **words)
+{
+	// Other processes print as well.
+	setvbuf(stdout, nullptr, _IOLBF, 0);
 	try {
-		return load::run(options) ? 0 : 1;
+		load::Options options;
+		if (!read_words(count, words, options)) {
+			fprintf(stderr, "usage: load_traffic --sample FILE [--seconds N | --frames N] [--seed N] "
+					"[--connections N] "
+					"[--times told|untold]\n");
+			return not_tried;
+		}
+		return load::run(options) ? right : wrong;
 	} catch (const std::exception &trouble) {
 		printf("WRONG: %s\n", trouble.what());
-		return 1;
+		return wrong;
 	}
 }
