@@ -16,9 +16,9 @@ namespace
 {
 
 constexpr uint16_t dns_port = 53;
-constexpr unsigned smallest_payload = 18, records_of_an_answer = 8;
-// Filling that takes longer than this ends: what is not in by then stays out until the next pass.
-constexpr time_t seconds_to_fill = 8;
+constexpr unsigned smallest_payload = 18, most_records = 32;
+// So long after they were cached, short-lived addresses are there for sure, however long a batch takes.
+constexpr time_t surely_cached = short_life - 8;
 constexpr double seconds_to_wait = 20, seconds_after_last = 0.1;
 
 constexpr End everybody = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, 0xffffffff, 67};
@@ -245,19 +245,35 @@ void Traffic::cache_long_lived()
 	Dice dice(2, 2);
 	// The names of an answer are one, so are its addresses' groups.
 	for (unsigned group = 0; group < all_groups; ++group) {
-		uint32_t addresses[records_of_an_answer * 4];
+		uint32_t addresses[most_records];
 		unsigned count = 0;
 		for (unsigned number = 0; number < long_lived; ++number) {
 			if (World::group_of(number) != group)
 				continue;
 			addresses[count++] = World::cached_address(number);
-			if (count == records_of_an_answer * 4 || number + all_groups >= long_lived) {
+			if (count == most_records || number + all_groups >= long_lived) {
 				answer(Kind::dns_answer, dice, dice.below(rows), addresses, count, group, long_life);
 				count = 0;
 				if (is_full())
 					finish();
 			}
 		}
+	}
+	finish();
+}
+
+void Traffic::cache_short_lived()
+{
+	Dice dice(4, passes);
+	uint32_t addresses[most_records];
+	filling_since = now;
+	while (short_filled < short_lived) {
+		unsigned count = 0;
+		while (count < most_records && short_filled < short_lived)
+			addresses[count++] = World::cached_address(long_lived + short_filled++);
+		answer(Kind::dns_answer, dice, dice.below(rows), addresses, count, everybodys_group, short_life);
+		if (is_full())
+			finish();
 	}
 	finish();
 }
@@ -280,17 +296,13 @@ void Traffic::ask_expired(Dice &dice, unsigned frames)
 
 bool Traffic::may_be_gone() const
 {
-	return short_filled != 0 && now >= filling_since + time_t(short_life) - 1;
+	return short_filled != 0 && now >= filling_since + surely_cached;
 }
 
 void Traffic::follow_expiry()
 {
-	if (is_filling && (short_filled == short_lived || now - filling_since > seconds_to_fill))
-		is_filling = false;
-	if (short_filled == 0 && !is_filling) {
-		is_filling = true;
-		filling_since = now;
-	}
+	if (short_filled == 0)
+		cache_short_lived();
 	if (!may_be_gone() || now == last_look)
 		return;
 	last_look = now;
@@ -298,7 +310,6 @@ void Traffic::follow_expiry()
 	if (!is_address_listed(World::cached_address(long_lived + short_filled - 1))) {
 		sample.pass();
 		short_filled = 0;
-		is_filling = false;
 		++passes;
 	}
 }
@@ -353,14 +364,7 @@ void Traffic::some_answer(Dice &dice)
 {
 	unsigned row = dice.below(rows);
 	bool is_known_full = short_filled == short_lived && !may_be_gone();
-	if (is_filling) {
-		uint32_t addresses[records_of_an_answer];
-		unsigned count = 0;
-		while (count < records_of_an_answer && short_filled < short_lived)
-			addresses[count++] = World::cached_address(long_lived + short_filled++);
-		if (count)
-			answer(Kind::dns_answer, dice, row, addresses, count, everybodys_group, short_life);
-	} else if (is_known_full && dice.one_in(3)) {
+	if (is_known_full && dice.one_in(3)) {
 		uint32_t address = World::cached_address(cached_addresses + dice.below(100000));
 		answer(Kind::dns_answer_too_many, dice, row, &address, 1, everybodys_group, long_life);
 	} else {

@@ -29,6 +29,7 @@ public:
 	void ask_expired(Dice &, unsigned frames);
 
 	// What is known of the short-lived addresses: filled, alive for sure, or perhaps gone with a pass of the thread.
+	// Caches them anew when they are gone.
 	void follow_expiry();
 	unsigned passes = 0;
 	unsigned short_filled = 0;
@@ -46,6 +47,7 @@ private:
 	bool is_full() const { return filled + 4 > batch_size; }
 	void finish();
 	void add_mixed(Dice &);
+	void cache_short_lived();
 
 	void admitted(Kind, Dice &);
 	void syn(const Connection &, size_t number, Kind);
@@ -70,7 +72,6 @@ private:
 	uint32_t base = 1;
 	time_t now = 0;
 	time_t filling_since = 0, last_look = 0;
-	bool is_filling = false;
 };
 
 } // namespace load
