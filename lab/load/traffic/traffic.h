@@ -10,6 +10,15 @@
 namespace load
 {
 
+inline constexpr uint16_t dns_port = 53;
+inline constexpr unsigned smallest_payload = 18;
+
+// A client's port; none that the portal has.
+inline uint16_t any_port(Dice &dice)
+{
+	return uint16_t(40000 + dice.below(20000));
+}
+
 class Traffic
 {
 public:
