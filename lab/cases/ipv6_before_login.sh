@@ -77,7 +77,7 @@ wire.sendto(struct.pack("!BBHBBHII", 134, 0, 0, 64, 0, 1800, 0, 0) + prefix,
 PROGRAM
 for target in "${targets[@]}"; do
 	${places[$target]} python3 "$CASE_DIR/echo.py" "$target" >"$CASE_DIR/echo-${target##*:}.log" &
-	wait_until 20 "the echo at $target listens" grep -q listening "$CASE_DIR/echo-${target##*:}.log"
+	wait_until 60 "the echo at $target listens" grep -q listening "$CASE_DIR/echo-${target##*:}.log"
 done
 
 everything="tcp/fd06:db8:1::1 tcp/fd06:db8:1::2 tcp/fd06:db8:1::fe udp/fd06:db8:1::1 udp/fd06:db8:1::2 udp/fd06:db8:1::fe"

@@ -35,7 +35,7 @@ PROGRAM
 answer() {
 	local log="$CASE_DIR/answer-${2//:/-}"
 	$1 python3 "$CASE_DIR/answer.py" "${@:2}" >"$log" &
-	wait_until 20 "somebody listens at $2" grep -q listening "$log"
+	wait_until 60 "somebody listens at $2" grep -q listening "$log"
 }
 answer in_upstream 203.0.113.10:80
 answer access_point "$AP_ADDRESS":{10081,10082}
