@@ -2,6 +2,8 @@
 /*
  * Questions about network devices of the initial network namespace. All of them look inside an RCU read section and
  * copy the answer out, so no device reference is ever taken: none can be forgotten, and a device can always be deleted.
+ * What they copy the kernel changes under a lock that a packet hook cannot take; a caller that meets a change gets the old
+ * answer, the new one, or of a hardware address a part of each.
  */
 #include "platform/linux/glue.h"
 
@@ -13,6 +15,7 @@
 #include <linux/string.h>
 #include <net/net_namespace.h>
 
+#include "platform/linux/compat/data_race.h"
 #include "platform/linux/compat/first_ipv4_address.h"
 
 enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
@@ -34,7 +37,7 @@ enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
 	first = first_ipv4_address(configuration);
 	if (!first)
 		goto out;
-	*address = (__force uint32_t)first->ifa_local;
+	*address = (__force uint32_t)READ_ONCE(first->ifa_local);
 	result = CP_IPV4_FOUND;
 out:
 	rcu_read_unlock();
@@ -49,7 +52,7 @@ int cp_hardware_address_of_device(const char *name, uint8_t mac[6])
 	device = dev_get_by_name_rcu(&init_net, name);
 	/* A device without an Ethernet address has other bytes there, never fewer: the kernel keeps MAX_ADDR_LEN. */
 	if (device)
-		memcpy(mac, device->dev_addr, ETH_ALEN);
+		data_race(memcpy(mac, device->dev_addr, ETH_ALEN));
 	rcu_read_unlock();
 	return device != NULL;
 }
@@ -64,7 +67,7 @@ enum cp_bridge_result cp_bridge_of_port(const char *port, char *bridge, size_t s
 	if (!device)
 		goto out;
 	result = CP_BRIDGE_NOT_A_PORT;
-	if (!netif_is_bridge_port(device))
+	if (!data_race(netif_is_bridge_port(device)))
 		goto out;
 	/* A port that is just leaving its bridge has the flag still, and no master any more. */
 	result = CP_BRIDGE_UNREACHABLE;
