@@ -5,6 +5,9 @@
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 
 make_topology 1-1
+# Before 5.13 a cable says that it merges, and does not.
+! ethtool -k wlan-1-1 | grep '^generic-receive-offload: on' >/dev/null ||
+	skip "receive offload puts nothing together on this kernel's cables"
 start_services
 give_address 1-1 61
 load_module

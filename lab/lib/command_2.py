@@ -11,6 +11,7 @@ import os
 import struct
 import sys
 
+PAGE = 4096
 MAP_32BIT = 0x40
 IOCTL_32 = 54  # number of ioctl among the 32-bit calls
 GET_STATUS, SET_GATEWAY, GET_GATEWAY = 2, 6, 7
@@ -21,10 +22,12 @@ libc.mmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t] + [ctypes.c_int] * 3 + [
 
 
 def low_page(executable=False):
+    """A page below 4 GiB, and after it nothing."""
     protection = mmap.PROT_READ | mmap.PROT_WRITE | (mmap.PROT_EXEC if executable else 0)
-    address = libc.mmap(None, 4096, protection, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | MAP_32BIT, -1, 0)
+    address = libc.mmap(None, 2 * PAGE, protection, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | MAP_32BIT, -1, 0)
     if address in (None, ctypes.c_void_p(-1).value) or address >= 1 << 32:
         raise SystemExit("no page below 4 GiB")
+    libc.munmap(ctypes.c_void_p(address + PAGE), ctypes.c_size_t(PAGE))
     return address
 
 
@@ -41,6 +44,29 @@ def compat_ioctl():
     ctypes.memmove(page, code, len(code))
     function = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, ctypes.c_uint, ctypes.c_uint)(page)
     return lambda device, command, address: function(device, command, address)
+
+
+def answers_of_the_module(ioctl, device, address):
+    """What the module makes of a 32-bit caller's command 2, past the plain question."""
+    def ask(sub_command, row):
+        sent = struct.pack("<II", sub_command, row) + b"\xa5" * 312
+        ctypes.memmove(address, sent, len(sent))
+        result = ioctl(device, GET_STATUS, address)
+        return result, ctypes.string_at(address, len(sent)), sent
+
+    result, got, sent = ask(2, 24)
+    assert result == 0 and struct.unpack_from("<IIIIII", got) == (2, 24, 0, 0, 0, 0) and got[28:] == sent[28:], got[:32]
+    # A row that is none, and a sub-command that is none, come back as sent.
+    for sub_command, row in (2, 25), (2, 0xFFFFFFFF), (3, 0):
+        result, got, sent = ask(sub_command, row)
+        assert result == 0 and got == sent, (sub_command, row, result)
+    # A record that cannot be read, in whole or at its end.
+    for bad in 0, 0xFFFFF000, address + PAGE - 319:
+        assert ioctl(device, GET_STATUS, bad) == -1, hex(bad)
+    # One that can be read and not written: how many bytes were not.
+    ask(2, 0)
+    assert libc.mprotect(ctypes.c_void_p(address), ctypes.c_size_t(PAGE), mmap.PROT_READ) == 0
+    assert ioctl(device, GET_STATUS, address) == 320
 
 
 def main(kind):
@@ -75,9 +101,13 @@ def main(kind):
         assert result == 0 and got[4:] == sent[4:] and first == os.statvfs("/dev").f_bsize, (result, first, block_size)
         print(f"    {kind}: the file layer answered with the block size of the device's file system, {first}")
         answered = "file layer"
+    if kind == "compat" and answered == "module":
+        answers_of_the_module(ioctl, device, record)
     release = tuple(int(part) for part in os.uname().release.split("-")[0].split(".")[:2])
-    wanted = "module" if kind == "compat" and release < (5, 0) else "file layer"
-    assert answered == wanted, f"{kind} caller on {os.uname().release}: wanted the {wanted}"
+    # In the course of 5.x the file layer took this number of 32-bit callers over.
+    if kind == "native" or not (5, 0) <= release < (5, 10):
+        wanted = "module" if kind == "compat" and release < (5, 0) else "file layer"
+        assert answered == wanted, f"{kind} caller on {os.uname().release}: wanted the {wanted}"
     os.close(device)
 
 
