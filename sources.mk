@@ -5,8 +5,10 @@ captive_portal-core := \
 	base/interface_name.o \
 	base/packet.o \
 	base/scan_decimal.o \
+	base/status_text.o \
 	core/control_device.o \
 	core/module.o \
+	core/status.o \
 	garden/arecord_cache.o \
 	garden/arecord_index.o \
 	garden/arecord_refresh.o \
@@ -20,11 +22,13 @@ captive_portal-core := \
 	garden/pattern.o \
 	garden/report.o \
 	garden/rule_index.o \
+	garden/rule_status.o \
 	garden/summary.o \
 	garden/walled_garden.o \
 	garden/walled_garden_commands.o \
 	gatekeeper/bridge_gatekeeper.o \
 	gatekeeper/client_index.o \
+	gatekeeper/client_status.o \
 	gatekeeper/client_tables.o \
 	gatekeeper/gatekeeper_commands.o \
 	gatekeeper/gatekeeper_replies.o \

@@ -7,6 +7,7 @@
 #include "base/fixed_addresses.h"
 #include "base/lock.h"
 #include "core/control_device.h"
+#include "core/status.h"
 #include "garden/dns_side.h"
 #include "garden/walled_garden.h"
 #include "gatekeeper/client_tables.h"
@@ -80,6 +81,8 @@ int captive_portal_init(void)
 	}
 	init_dns_filter_address();
 	dns_parse_init();
+	// Without the files the module's state cannot be read, and the rest works.
+	static_cast<void>(cp_status_create(&status_directory));
 	return 0;
 }
 
@@ -88,6 +91,7 @@ void captive_portal_exit(void)
 	cp_log(CP_LOG_DEBUG, "%s\n", "captive_portal_exit");
 	cp_unregister_hooks(captive_portal_hooks, captive_portal_hook_count);
 	cp_misc_deregister(&captive_portal_misc_dev);
+	cp_status_remove(&status_directory);
 	dns_parse_exit();
 	// MAC lists and connections deliberately stay as they are; their indexes are no lists.
 	free_client_index();

@@ -28,6 +28,7 @@ void MacList::append(mac_entry *node)
 		tail_->next = node;
 	}
 	tail_ = node;
+	++size_;
 }
 
 void MacList::delete_first_match(const MacAddress &mac)
@@ -41,6 +42,7 @@ void MacList::delete_first_match(const MacAddress &mac)
 				tail_ = previous;
 			}
 			cp_free(node);
+			--size_;
 			return;
 		}
 		previous = node;

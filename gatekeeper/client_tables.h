@@ -38,14 +38,24 @@ public:
 			cp_free(node);
 		}
 		tail_ = nullptr;
+		size_ = 0;
 	}
 	[[nodiscard]] bool contains(const MacAddress &mac) const;
 	// Writes the addresses into consecutive slots, at most `slots`, and gives their number.
 	[[nodiscard]] uint32_t copy_out(gk_list_slot *slot, uint32_t slots) const;
+	[[nodiscard]] uint32_t size() const { return size_; }
+	// Calls `visit(address)` for each address, the first one first.
+	template <typename Visit> void for_each(Visit visit) const
+	{
+		for (const mac_entry *node = head_; node != nullptr; node = node->next) {
+			visit(node->mac);
+		}
+	}
 
 private:
 	mac_entry *head_ = nullptr;
 	mac_entry *tail_ = nullptr; // null when the list is empty
+	uint32_t size_ = 0;
 };
 
 struct iface_mac_list {

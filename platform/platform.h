@@ -287,6 +287,37 @@ int cp_proc_create(const struct cp_proc_file *file);
 /* Takes file and directory away when they were made, and waits until no read or write of it runs. */
 void cp_proc_remove(const struct cp_proc_file *file);
 
+/* What a reader of a status file gets. Lives as long as the file's write_part() runs. */
+struct cp_status_text;
+
+/* Appends to the text, formatted as by cp_log(). Any lock may be held. */
+void cp_status_print(struct cp_status_text *text, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/* A file that says what the module has stored. */
+struct cp_status_file {
+	const char *name;
+	/* Of these its text consists; a reader gets each as it is at one moment. */
+	uint32_t parts;
+	/*
+	 * Writes one part, 0 to `parts` - 1. A platform that has no room for it throws away what it got and calls once more.
+	 * Process context, no lock held.
+	 */
+	void (*write_part)(uint32_t part, struct cp_status_text *text);
+};
+
+/* A directory at the proc root and the status files in it. */
+struct cp_status_directory {
+	const char *name;
+	uint16_t mode; /* of the files */
+	const struct cp_status_file *files;
+	uint32_t file_count;
+};
+
+/* Makes the directory and its files: 0, or a negative error and nothing of it is left. Process context. */
+int cp_status_create(const struct cp_status_directory *directory);
+/* Takes files and directory away when they were made, and waits until no reader is in write_part(). */
+void cp_status_remove(const struct cp_status_directory *directory);
+
 /* ---- Upwards: what a kernel calls ------------------------------------------------------------------------------- */
 
 /*

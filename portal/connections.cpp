@@ -102,6 +102,7 @@ void add_connection(uint32_t row, const Client &client, const Destination &desti
 	entry->previous = list.table_list_tail;
 	(entry->previous != nullptr ? entry->previous->next : list.table_list) = entry;
 	list.table_list_tail = entry;
+	store_word(list.connections, list.connections + 1);
 }
 
 void remove_connection(table_list_entry &entry)
@@ -109,6 +110,7 @@ void remove_connection(table_list_entry &entry)
 	cp_row &list = captive_portal_table[entry.row];
 	(entry.previous != nullptr ? entry.previous->next : list.table_list) = entry.next;
 	(entry.next != nullptr ? entry.next->previous : list.table_list_tail) = entry.previous;
+	store_word(list.connections, list.connections - 1);
 	connection_index.remove(entry);
 	cp_free(&entry);
 }
@@ -125,6 +127,7 @@ void free_connections()
 			lists[row] = captive_portal_table[row].table_list;
 			captive_portal_table[row].table_list = nullptr;
 			captive_portal_table[row].table_list_tail = nullptr;
+			store_word(captive_portal_table[row].connections, 0U);
 		}
 	}
 	for (table_list_entry *list : lists) {

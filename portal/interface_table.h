@@ -16,7 +16,7 @@ namespace captive_portal
 struct table_list_entry;
 
 // One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https`, `logout_ip` and
-// `logout_address` hold cp_lock; all but the text are also read without it, as words. `table_list` and its tail belong to
+// `logout_address` hold cp_lock; all but the text are also read without it, as words. `table_list`, its tail and its length belong to
 // change_ip_port_lock. Mark and ports are written once, at start, when the hooks run already, and read as words without
 // a lock.
 struct cp_row {
@@ -30,6 +30,7 @@ struct cp_row {
 	Ipv4Address logout_address; // what in_aton() reads in logout_ip
 	table_list_entry *table_list;
 	table_list_entry *table_list_tail; // null when the list is empty
+	uint32_t connections;              // in the list; written with the lock held, read without it, as a word
 };
 
 // Rows 0..23 are the wireless interfaces, 24..27 the special rows of interface_index.h.

@@ -17,6 +17,7 @@
 #include "platform/host/proc_files.h"
 #include "platform/host/registrations.h"
 #include "platform/host/spin_locks.h"
+#include "platform/host/status_files.h"
 #include "platform/host/user_memory.h"
 #include "platform/platform.h"
 
@@ -49,6 +50,9 @@ enum class Event {
 	proc_created,
 	proc_refused,
 	proc_removed,
+	status_created,
+	status_refused,
+	status_removed,
 };
 
 // One at a time: the seam's functions serve the machine that lives. Its making loads the module's image afresh (all
@@ -75,6 +79,7 @@ public:
 	BridgeHooks hooks;
 	MiscDevices misc;
 	ProcFiles proc;
+	StatusFiles status;
 	KernelThreads threads;
 
 	// Memory that the module has asked for and not freed, oldest first.
@@ -103,6 +108,9 @@ public:
 	// The proc file, as a process that has it open sees it, and -5 while it is not there. A read moves `position`.
 	[[nodiscard]] long proc_read(cp_user_address buffer, size_t length, int64_t &position);
 	[[nodiscard]] long proc_write(cp_user_address buffer, size_t count);
+
+	// The whole text of a status file; dies when it is not there, or the module returns with a lock held.
+	[[nodiscard]] std::string status_text(const std::string &name);
 
 	// The bridge's hook points. The hook state has no egress device at the first, no ingress device at the second.
 	[[nodiscard]] cp_verdict pre_routing(PacketBuffer &packet, const std::string &in_name);

@@ -37,7 +37,8 @@ int Machine::unload()
 	}
 	captive_portal_exit();
 	expect_no_lock_held("captive_portal_exit");
-	if (!hooks.registered().empty() || misc.registered().has_value() || proc.file().has_value()) {
+	if (!hooks.registered().empty() || misc.registered().has_value() || proc.file().has_value() ||
+	    status.directory() != nullptr) {
 		die("the module left a registration behind");
 	}
 	if (!threads.threads().empty()) {
@@ -94,6 +95,16 @@ long Machine::proc_write(cp_user_address buffer, size_t count)
 		expect_no_lock_held("captive_portal_summary_write");
 		return result;
 	});
+}
+
+std::string Machine::status_text(const std::string &name)
+{
+	const std::optional<std::string> text = status.read(name);
+	if (!text.has_value()) {
+		die("there is no status file of this name");
+	}
+	expect_no_lock_held("a status file's write_part");
+	return *text;
 }
 
 } // namespace captive_portal::host

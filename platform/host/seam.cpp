@@ -6,6 +6,7 @@
 #include "platform/host/context.h"
 #include "platform/host/machine.h"
 #include "platform/host/read_sections.h"
+#include "platform/host/status_text.h"
 
 using captive_portal::host::Device;
 using captive_portal::host::Event;
@@ -288,4 +289,27 @@ void cp_proc_remove(const struct cp_proc_file *file)
 	Machine &machine = Machine::current();
 	machine.proc.remove(file);
 	machine.happened(Event::proc_removed);
+}
+
+void cp_status_print(struct cp_status_text *text, const char *format, ...)
+{
+	va_list arguments;
+	va_start(arguments, format);
+	text->characters += captive_portal::host::format_kernel_text(format, arguments);
+	va_end(arguments);
+}
+
+int cp_status_create(const struct cp_status_directory *directory)
+{
+	Machine &machine = Machine::current();
+	const int result = machine.status.create(directory);
+	machine.happened(result == 0 ? Event::status_created : Event::status_refused);
+	return result;
+}
+
+void cp_status_remove(const struct cp_status_directory *directory)
+{
+	Machine &machine = Machine::current();
+	machine.status.remove(directory);
+	machine.happened(Event::status_removed);
 }

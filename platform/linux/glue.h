@@ -25,6 +25,13 @@ void pull_headers(struct sk_buff *skb);
  */
 void wait_for_deferred_frees(void);
 
+/*
+ * Whether the proc root has this entry. The kernel answers a second entry of one name with a stack trace, so it is looked
+ * for first. It is not found where the caller has no proc file system mounted; then the trace is all the harm. Process
+ * context.
+ */
+bool proc_name_is_taken(const char *name);
+
 /* Takes off whatever hooks are registered, and returns when none of them runs any more. Process context. */
 void take_hooks_off(void);
 

@@ -7,10 +7,6 @@
 
 #include <linux/errno.h>
 #include <linux/fs.h>
-#include <linux/kernel.h>
-#include <linux/magic.h>
-#include <linux/namei.h>
-#include <linux/path.h>
 #include <linux/proc_fs.h>
 
 #include "platform/linux/compat/proc_operations.h"
@@ -35,27 +31,9 @@ static const proc_file_operations summary_operations = PROC_FILE_OPERATIONS(read
 static struct proc_dir_entry *directory_entry;
 static struct proc_dir_entry *file_entry;
 
-/*
- * The kernel answers a second entry of one name with a stack trace, so it is looked for first. It is not found where
- * the caller has no proc file system mounted; then the trace is all the harm.
- */
-static bool name_is_taken(const char *name)
-{
-	char where[64];
-	struct path path;
-	bool taken;
-
-	snprintf(where, sizeof(where), "/proc/%s", name);
-	if (kern_path(where, 0, &path))
-		return false;
-	taken = path.dentry->d_sb->s_magic == PROC_SUPER_MAGIC;
-	path_put(&path);
-	return taken;
-}
-
 int cp_proc_create(const struct cp_proc_file *file)
 {
-	if (name_is_taken(file->directory))
+	if (proc_name_is_taken(file->directory))
 		return -EEXIST;
 	directory_entry = proc_mkdir(file->directory, NULL);
 	/* Without the directory there is no file: under a null parent it would land in the proc root. */

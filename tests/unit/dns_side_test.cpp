@@ -147,9 +147,10 @@ TEST_F(DnsSide, DoesWithoutBoth)
 	machine.proc.fail_next_creation(-17);
 	EXPECT_EQ(machine.load(), 0);
 	EXPECT_EQ(machine.unload(), 0);
-	EXPECT_EQ(machine.events(), (std::vector{Event::hooks_registered, Event::misc_registered, Event::thread_refused,
-						 Event::proc_refused, Event::hooks_unregistered,
-						 Event::misc_deregistered, Event::proc_removed}));
+	EXPECT_EQ(machine.events(),
+		  (std::vector{Event::hooks_registered, Event::misc_registered, Event::thread_refused,
+			       Event::proc_refused, Event::status_created, Event::hooks_unregistered,
+			       Event::misc_deregistered, Event::status_removed, Event::proc_removed}));
 }
 
 // ---- Stop -----------------------------------------------------------------------------------------------------------

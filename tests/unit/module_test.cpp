@@ -61,7 +61,7 @@ TEST_F(Module, RegistersTheHooksBeforeTheDevice)
 {
 	EXPECT_EQ(machine.load(), 0);
 	EXPECT_EQ(machine.events(), (std::vector{Event::hooks_registered, Event::misc_registered, Event::thread_created,
-						 Event::thread_woken, Event::proc_created}));
+						 Event::thread_woken, Event::proc_created, Event::status_created}));
 	EXPECT_EQ(machine.hooks.register_calls(), 1u);
 	ASSERT_TRUE(machine.misc.registered().has_value());
 	EXPECT_EQ(machine.misc.registered()->minor, 255);
@@ -253,7 +253,7 @@ TEST_F(Module, StartsWithoutItsHooks)
 		   debug_line("nf_register_hook fail\n"), debug_line("dns_parse_init\n"),
 		   default_line("wake_up_process schedule_check_thread\n"));
 	EXPECT_EQ(machine.events(), (std::vector{Event::hooks_refused, Event::misc_registered, Event::thread_created,
-						 Event::thread_woken, Event::proc_created}));
+						 Event::thread_woken, Event::proc_created, Event::status_created}));
 	EXPECT_TRUE(machine.hooks.registered().empty());
 	EXPECT_EQ(machine.open(), 0);
 	EXPECT_EQ(machine.release(), 0);
@@ -388,10 +388,10 @@ TEST_F(Module, TakesTheHooksOffBeforeTheDevice)
 	EXPECT_TRUE(looked);
 	EXPECT_LOG(debug_line("captive_portal_exit\n"), debug_line("dns_parse_exit\n"),
 		   default_line("kthread_stop schedule_check_thread\n"), default_line("[schedule_check]out of loop\n"));
-	EXPECT_EQ(machine.events(),
-		  (std::vector{Event::hooks_registered, Event::misc_registered, Event::thread_created,
-			       Event::thread_woken, Event::proc_created, Event::hooks_unregistered,
-			       Event::misc_deregistered, Event::thread_stopped, Event::proc_removed}));
+	EXPECT_EQ(machine.events(), (std::vector{Event::hooks_registered, Event::misc_registered, Event::thread_created,
+						 Event::thread_woken, Event::proc_created, Event::status_created,
+						 Event::hooks_unregistered, Event::misc_deregistered,
+						 Event::status_removed, Event::thread_stopped, Event::proc_removed}));
 	EXPECT_EQ(machine.hooks.unregister_calls(), 1u);
 	EXPECT_EQ(machine.misc.deregister_calls(), 1u);
 }

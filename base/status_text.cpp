@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "base/status_text.h"
+
+#include "base/interface_name.h"
+
+namespace captive_portal
+{
+
+namespace
+{
+
+constexpr uint32_t characters_at_a_time = 32;
+constexpr uint32_t longest_escape = 4;
+
+[[nodiscard]] bool stands_for_itself(char c)
+{
+	return c > ' ' && c < 0x7f && c != '\\';
+}
+
+// Writes one character, and says behind it.
+[[nodiscard]] char *escape(char *out, char c)
+{
+	if (stands_for_itself(c)) {
+		*out++ = c;
+		return out;
+	}
+	const auto byte = static_cast<uint8_t>(c);
+	*out++ = '\\';
+	*out++ = static_cast<char>('0' + (byte >> 6));
+	*out++ = static_cast<char>('0' + (byte >> 3 & 7));
+	*out++ = static_cast<char>('0' + (byte & 7));
+	return out;
+}
+
+constexpr const char *special_rows[CP_ROWS - CP_WIRELESS_INTERFACES] = {"special-mark", "mode-7", "social-login",
+									"mirel"};
+static_assert(CP_ROW_SPECIAL_MARK == CP_WIRELESS_INTERFACES && CP_ROW_MODE_7 == CP_WIRELESS_INTERFACES + 1 &&
+	      CP_ROW_SOCIAL_LOGIN == CP_WIRELESS_INTERFACES + 2 && CP_ROW_MIREL == CP_WIRELESS_INTERFACES + 3);
+
+} // namespace
+
+void print_text(cp_status_text *out, const char *key, Text text)
+{
+	cp_status_print(out, " %s=", key);
+	for (size_t begin = 0; begin < text.length; begin += characters_at_a_time) {
+		char piece[characters_at_a_time * longest_escape];
+		char *end = piece;
+		for (size_t i = begin; i < text.length && i < begin + characters_at_a_time; ++i) {
+			end = escape(end, text.characters[i]);
+		}
+		cp_status_print(out, "%.*s", static_cast<int>(end - piece), piece);
+	}
+}
+
+void print_address(cp_status_text *out, const char *key, Ipv4Address address)
+{
+	uint8_t octets[4];
+	__builtin_memcpy(octets, &address.raw, sizeof(octets));
+	cp_status_print(out, " %s=%u.%u.%u.%u", key, octets[0], octets[1], octets[2], octets[3]);
+}
+
+void print_row_name(cp_status_text *out, const char *key, uint32_t row)
+{
+	if (row >= CP_WIRELESS_INTERFACES) {
+		cp_status_print(out, " %s=%s", key, special_rows[row - CP_WIRELESS_INTERFACES]);
+		return;
+	}
+	char name[CP_INTERFACE_NAME_SIZE];
+	format_interface_name_of_index(name, row);
+	cp_status_print(out, " %s=%s", key, name);
+}
+
+} // namespace captive_portal
