@@ -29,7 +29,8 @@ struct CommonTable {
 	const MacList *list;
 };
 constexpr CommonTable common_tables[] = {{"mirel-white", &mirel_white_list}, {"mirel-black", &mirel_black_list}};
-static_assert(table_count * CP_WIRELESS_INTERFACES + sizeof(common_tables) / sizeof(common_tables[0]) == CLIENT_LISTS);
+constexpr uint32_t common_table_count = sizeof(common_tables) / sizeof(common_tables[0]);
+static_assert(table_count * CP_WIRELESS_INTERFACES + common_table_count == CLIENT_LISTS);
 
 void print_client(cp_status_text *out, const char *table, const MacAddress &mac)
 {
