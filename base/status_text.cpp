@@ -32,8 +32,8 @@ constexpr uint32_t longest_escape = 4;
 	return out;
 }
 
-constexpr const char *special_rows[CP_ROWS - CP_WIRELESS_INTERFACES] = {"special-mark", "mode-7", "social-login",
-									"mirel"};
+constexpr uint32_t special_row_count = uint32_t{CP_COUNTER_ROWS} - CP_WIRELESS_INTERFACES;
+constexpr const char *special_rows[special_row_count] = {"special-mark", "mode-7", "social-login", "mirel", "other"};
 static_assert(CP_ROW_SPECIAL_MARK == CP_WIRELESS_INTERFACES && CP_ROW_MODE_7 == CP_WIRELESS_INTERFACES + 1 &&
 	      CP_ROW_SOCIAL_LOGIN == CP_WIRELESS_INTERFACES + 2 && CP_ROW_MIREL == CP_WIRELESS_INTERFACES + 3);
 

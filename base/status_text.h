@@ -5,6 +5,7 @@
 
 #include "base/byte_order.h"
 #include "base/text.h"
+#include "captive_portal/reasons.h"
 #include "platform/platform.h"
 
 namespace captive_portal
@@ -17,7 +18,8 @@ void print_text(cp_status_text *out, const char *key, Text text);
 // " key=" and the address as a dotted quad.
 void print_address(cp_status_text *out, const char *key, Ipv4Address address);
 
-// " key=wlan-R-V" of a row, or the name of one of the special rows: "special-mark", "mode-7", "social-login", "mirel".
+// " key=wlan-R-V" of a row, or the name of one of the special rows: "special-mark", "mode-7", "social-login", "mirel",
+// and "other" for what belongs to none.
 void print_row_name(cp_status_text *out, const char *key, uint32_t row);
 
 } // namespace captive_portal

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/counters.h"
 #include "bench/holds.h"
 #include "bench/light_memory.h"
 #include "captive_portal/walled_garden.h"
@@ -399,6 +400,42 @@ int cp_proc_create(const struct cp_proc_file *)
 }
 
 void cp_proc_remove(const struct cp_proc_file *) {}
+
+namespace
+{
+// What one processor has counted.
+std::array<uint64_t, captive_portal::counter_of(CP_COUNTER_ROWS, cp_reason{})> counters;
+} // namespace
+
+int cp_counters_create(uint32_t)
+{
+	counters.fill(0);
+	return 0;
+}
+
+void cp_counters_remove(void) {}
+
+void cp_count(uint32_t counter)
+{
+	++counters[counter];
+}
+
+enum cp_verdict cp_count_and_accept(uint32_t counter)
+{
+	++counters[counter];
+	return CP_ACCEPT;
+}
+
+enum cp_verdict cp_count_and_drop(uint32_t counter)
+{
+	++counters[counter];
+	return CP_DROP;
+}
+
+uint64_t cp_counted(uint32_t counter)
+{
+	return counters[counter];
+}
 
 // Nobody reads the status files here.
 int cp_status_create(const struct cp_status_directory *)

@@ -3,6 +3,7 @@
 #include "core/module.h"
 
 #include "base/atomic_word.h"
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
 #include "base/lock.h"
@@ -55,6 +56,8 @@ int captive_portal_init(void)
 	store_word(debug_level, static_cast<int32_t>(CP_DEFAULT_DEBUG_LEVEL));
 	init_client_index();
 	seed_connection_index();
+	// Without them nothing is counted, and the rest works.
+	static_cast<void>(cp_counters_create(counter_of(CP_COUNTER_ROWS, cp_reason{})));
 
 	if (cp_register_hooks(captive_portal_hooks, captive_portal_hook_count) < 0) {
 		cp_log(CP_LOG_DEBUG, "nf_register_hook fail\n");
@@ -97,4 +100,5 @@ void captive_portal_exit(void)
 	free_client_index();
 	free_connection_index();
 	free_walled_garden_rules();
+	cp_counters_remove();
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "core/status.h"
 
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/lock.h"
 #include "base/status_text.h"
@@ -14,6 +15,12 @@ namespace captive_portal
 
 namespace
 {
+
+constexpr const char *reason_names[CP_REASON_COUNT] = {
+#define NAME_OF_REASON(enumerator, name, sentence) name,
+	CP_REASONS(NAME_OF_REASON)
+#undef NAME_OF_REASON
+};
 
 [[nodiscard]] int32_t cached_addresses()
 {
@@ -81,10 +88,26 @@ void write_rules(uint32_t part, cp_status_text *out)
 	}
 }
 
+// What was never counted has no line. One part for each row.
+void write_counts(uint32_t row, cp_status_text *out)
+{
+	for (uint32_t reason = 0; reason < CP_REASON_COUNT; ++reason) {
+		const uint64_t value = cp_counted(counter_of(row, static_cast<cp_reason>(reason)));
+		if (value == 0) {
+			continue;
+		}
+		cp_status_print(out, "count");
+		print_row_name(out, "interface", row);
+		cp_status_print(out, " reason=%s value=%llu\n", reason_names[reason],
+				static_cast<unsigned long long>(value));
+	}
+}
+
 constexpr cp_status_file files[] = {
 	{.name = "status", .parts = state_parts, .write_part = write_state},
 	{.name = "clients", .parts = CLIENT_LISTS, .write_part = write_client_list},
 	{.name = "garden", .parts = 1 + CP_ROWS, .write_part = write_rules},
+	{.name = "counters", .parts = CP_COUNTER_ROWS, .write_part = write_counts},
 };
 
 } // namespace

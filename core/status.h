@@ -3,7 +3,8 @@
 // changes nothing, and takes nothing from a reader of the cache's listing.
 //
 // "status": a line "module", one "interface" for each row of the tables, one "owe" for each companion.
-// "clients": a line for each client of each list. "garden": a line for each rule.
+// "clients": a line for each client of each list. "garden": a line for each rule. "counters": a line for each
+// count that is not 0.
 #pragma once
 
 #include "platform/platform.h"

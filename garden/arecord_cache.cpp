@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "garden/arecord_cache.h"
 
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/lock.h"
 #include "base/memory.h"
@@ -99,9 +100,11 @@ void add_dns_arecord(uint32_t slot, uint32_t is_match_wg, Text fqdn, Ipv4Address
 	const LockGuard guard(Lock::dns_list);
 	if (dns_arecord *const entry = find_entry(slot, ip)) {
 		refresh_entry(*entry, is_match_wg, fqdn, deadline);
+		count(CP_COUNTER_ROW_OTHER, CP_REASON_ADDRESS_REFRESHED);
 		return;
 	}
 	if (total_ip_count >= static_cast<int32_t>(ARECORD_LIMIT)) {
+		count(CP_COUNTER_ROW_OTHER, CP_REASON_ADDRESS_REFUSED);
 		if (debug_level_reaches(1)) {
 			log_full_cache(is_match_wg, fqdn, ip);
 		}
@@ -109,11 +112,13 @@ void add_dns_arecord(uint32_t slot, uint32_t is_match_wg, Text fqdn, Ipv4Address
 	}
 	dns_arecord *const entry = make_entry(slot, is_match_wg, fqdn, ip, deadline);
 	if (entry == nullptr) {
+		count(CP_COUNTER_ROW_OTHER, CP_REASON_ADDRESS_LOST);
 		return;
 	}
 	dns_aRecord[slot].append(*entry);
 	index_entry(*entry);
 	++total_ip_count;
+	count(CP_COUNTER_ROW_OTHER, CP_REASON_ADDRESS_STORED);
 	if (debug_level_reaches(3)) {
 		cp_log(CP_LOG_DEBUG, "total_ip_count=%d\n", total_ip_count);
 	}

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "garden/expiry_thread.h"
 
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/lock.h"
 #include "garden/arecord_table.h"
@@ -75,6 +76,7 @@ void check_entries(uint32_t index, Place &place, int64_t now, TakenEntries &stal
 		if (place.expired) {
 			--total_ip_count;
 			stale.take(entry);
+			count(CP_COUNTER_ROW_OTHER, CP_REASON_ADDRESS_EXPIRED);
 		}
 	}
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "platform/platform.h"
 
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
 #include "base/interface_name.h"
@@ -123,7 +124,7 @@ bool is_closed_to_interface(Packet packet, uint32_t index)
 
 [[gnu::noinline]] cp_verdict judge_wired_at_guarded_port(Packet packet)
 {
-	return is_closed_to_wired_side(packet) ? CP_DROP : CP_ACCEPT;
+	return is_closed_to_wired_side(packet) ? drop(CP_COUNTER_ROW_OTHER, CP_REASON_DROP_WIRED_PORT) : CP_ACCEPT;
 }
 
 cp_verdict judge_wired(Packet packet)
@@ -171,24 +172,33 @@ bool is_dhcp(Packet packet)
 	       (packet.destination_port() == client_port || packet.source_port() == client_port);
 }
 
-[[gnu::noinline, gnu::cold]] cp_verdict drop_for_unknown_behavior()
+[[gnu::noinline, gnu::cold]] cp_verdict drop_for_unknown_behavior(uint32_t index)
 {
 	if (debug_level_reaches(1)) {
 		cp_log(CP_LOG_DEBUG, "[gatekeeper]ebt_gate_keeper: Unknow OVRA disconnection behavior, return\n");
 	}
-	return CP_DROP;
+	return drop(index, CP_REASON_DROP_DISCONNECTED);
 }
 
-[[gnu::noinline]] cp_verdict judge_disconnected(Packet packet, uint32_t behavior)
+[[gnu::noinline]] cp_verdict judge_disconnected(Packet packet, uint32_t behavior, uint32_t index)
 {
 	switch (behavior) {
 	case OVRA_PASS_ALL:
-		return CP_ACCEPT;
+		return accept(index, CP_REASON_PASS_DISCONNECTED);
 	case OVRA_PASS_DHCP:
-		return is_dhcp(packet) ? CP_ACCEPT : CP_DROP;
+		return is_dhcp(packet) ? accept(index, CP_REASON_PASS_DISCONNECTED) :
+					 drop(index, CP_REASON_DROP_DISCONNECTED);
 	default:
-		return drop_for_unknown_behavior();
+		return drop_for_unknown_behavior(index);
 	}
+}
+
+cp_reason reason_of_white_lists(ClientLists lists)
+{
+	if (lists.has(ClientLists::white)) {
+		return CP_REASON_PASS_WHITE;
+	}
+	return lists.has(ClientLists::ga_white) ? CP_REASON_PASS_GA_WHITE : CP_REASON_PASS_FALLBACK;
 }
 
 // The first table that lists the client's MAC address decides. Deliberately looks at no EtherType: an IPv6 frame is tested
@@ -200,32 +210,34 @@ cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t in
 
 	if (load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) != CP_MODE_OFF) {
 		if (lists.has(ClientLists::mirel_white)) {
-			return CP_ACCEPT;
+			return accept(index, CP_REASON_PASS_MIREL_WHITE);
 		}
 		if (lists.has(ClientLists::mirel_black)) {
 			packet.set_mark(MARK_MIREL_BLACK);
-			return CP_ACCEPT;
+			return accept(index, CP_REASON_MARK_BLACK);
 		}
 	}
 	if (load_word(dns_filter_activate) != 0 && packet.protocol() == IpProtocol::tcp &&
 	    packet.destination_address() == load_word(dns_filter_addr)) {
 		packet.set_mark(MARK_DNS_FILTER);
-		return CP_ACCEPT;
+		return accept(index, CP_REASON_MARK_FILTER);
 	}
 	if (lists.has(ClientLists::login | ClientLists::auth)) {
 		if (packet.destination_address() == load_word(row.logout_address)) {
 			packet.set_mark(MARK_LOGOUT);
+			return accept(index, CP_REASON_MARK_LOGOUT_ADDRESS);
 		}
-		return CP_ACCEPT;
+		return accept(index, lists.has(ClientLists::login) ? CP_REASON_PASS_LOGIN : CP_REASON_PASS_AUTH);
 	}
 	if (lists.has(ClientLists::white | ClientLists::ga_white | ClientLists::fallback)) {
-		return CP_ACCEPT;
+		return accept(index, reason_of_white_lists(lists));
 	}
 	if (standing.is_disconnected()) {
-		return judge_disconnected(packet, standing.behavior());
+		return judge_disconnected(packet, standing.behavior(), index);
 	}
 	if (load_word(row.cp_mode) != CP_MODE_OFF) {
 		packet.set_mark(load_word(row.mark));
+		return accept(index, CP_REASON_MARK_PORTAL);
 	}
 	return CP_ACCEPT;
 }
@@ -252,7 +264,8 @@ cp_verdict judge_client(Packet packet, uint32_t index)
 
 [[gnu::noinline]] cp_verdict judge_at_guarded_port(Packet packet, uint32_t index)
 {
-	return is_closed_to_interface(packet, index) ? CP_DROP : judge_client(packet, index);
+	return is_closed_to_interface(packet, index) ? drop(index, CP_REASON_DROP_PORTAL_PORT) :
+						       judge_client(packet, index);
 }
 
 // An index outside the wireless rows: there is none for the port's name.
@@ -263,7 +276,7 @@ cp_verdict judge_wireless(Packet packet, uint32_t index)
 		return CP_ACCEPT;
 	}
 	if (index >= CP_WIRELESS_INTERFACES) {
-		return CP_DROP;
+		return drop(CP_COUNTER_ROW_OTHER, CP_REASON_DROP_NO_ROW);
 	}
 	return may_reach_closed_port(packet) ? judge_at_guarded_port(packet, index) : judge_client(packet, index);
 }
@@ -285,7 +298,7 @@ cp_verdict judge(PacketAtHook packet)
 	}
 	const Field<uint64_t> source = packet.source_mac_word();
 	if (source.has_value() && (MacAddress::is_group(source.value()) || source.value() == 0)) {
-		return CP_DROP;
+		return drop(CP_COUNTER_ROW_OTHER, CP_REASON_DROP_SENDER);
 	}
 	if (packet.in_name() == nullptr) {
 		return judge_wired(packet.alone());

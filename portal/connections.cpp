@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "portal/connections.h"
 
+#include "base/counters.h"
 #include "base/keyed_hash.h"
 #include "base/lock.h"
 #include "base/memory.h"
@@ -79,12 +80,14 @@ void add_connection(uint32_t row, const Client &client, const Destination &desti
 {
 	auto *const entry = allocate_zeroed<table_list_entry>();
 	if (entry == nullptr) {
+		count(row, CP_REASON_CONNECTION_LOST);
 		return;
 	}
 	// Outlives the guard: what is not used is freed without the lock.
 	Index::Room room = connection_index.make_room();
 	if (!room) {
 		cp_free(entry);
+		count(row, CP_REASON_CONNECTION_LOST);
 		return;
 	}
 	entry->client_addr = client.address;
@@ -103,6 +106,7 @@ void add_connection(uint32_t row, const Client &client, const Destination &desti
 	(entry->previous != nullptr ? entry->previous->next : list.table_list) = entry;
 	list.table_list_tail = entry;
 	store_word(list.connections, list.connections + 1);
+	count(row, CP_REASON_CONNECTION_RECORDED);
 }
 
 void remove_connection(table_list_entry &entry)

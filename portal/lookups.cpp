@@ -55,6 +55,15 @@ Field<uint32_t> find_row_by_mark(uint32_t mark)
 	return index;
 }
 
+uint32_t counted_row_of_mark(uint32_t mark)
+{
+	if (mark == MARK_MIREL_BLACK) {
+		return CP_ROW_MIREL;
+	}
+	const Field<uint32_t> index = find_row_by_mark(mark);
+	return index.has_value() ? index.value() : static_cast<uint32_t>(CP_COUNTER_ROW_OTHER);
+}
+
 uint32_t is_captive_portal_enable(uint32_t mark)
 {
 	if (mark == MARK_MIREL_BLACK) {

@@ -5,13 +5,17 @@
 
 #include "base/byte_order.h"
 #include "base/field.h"
-#include "captive_portal/interface_index.h"
+#include "captive_portal/reasons.h"
 
 namespace captive_portal
 {
 
 // Row 0..23 that carries `mark`. No lock.
 [[nodiscard]] Field<uint32_t> find_row_by_mark(uint32_t mark);
+
+// The row in whose name a packet with `mark` is counted: 27 for MARK_MIREL_BLACK, the interface's row, or
+// CP_COUNTER_ROW_OTHER for any other mark. No lock.
+[[nodiscard]] uint32_t counted_row_of_mark(uint32_t mark);
 
 // Portal mode of the row that carries `mark`, 0 for an unknown mark; row 27's for MARK_MIREL_BLACK. No lock.
 [[nodiscard]] uint32_t is_captive_portal_enable(uint32_t mark);

@@ -2,6 +2,7 @@
 // Shows DNS answers for wireless clients to the parser, and undoes the redirect on the access point's replies. A field
 // that lies outside the packet equals nothing.
 #include "base/atomic_word.h"
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/interface_numbers.h"
 #include "base/lock.h"
@@ -50,7 +51,7 @@ void hand_off_dns_answer(Packet packet)
 		packet.read_udp_payload(static_cast<uint32_t>(length.value()), [&length](const uint8_t *message) {
 			static_cast<void>(parse_dns(message, length.value()));
 		});
-	static_cast<void>(was_read);
+	count(CP_COUNTER_ROW_OTHER, was_read ? CP_REASON_DNS_ANSWER : CP_REASON_DNS_UNREADABLE);
 }
 
 // Nothing is done to such a frame. Few come here, so it is asked where there would be something to do. Devices' names end
@@ -129,7 +130,9 @@ void restore_source(Packet packet, const table_list_entry &entry)
 		writable.write_source_mac(entry.orig_dmac);
 		writable.finish_ipv4_header();
 	});
-	static_cast<void>(rewritten);
+	if (rewritten) {
+		count(entry.row, CP_REASON_REPLY_REWRITTEN);
+	}
 }
 
 void rewrite_reply(Packet packet, uint32_t row)
@@ -149,6 +152,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 	const LockGuard guard(Lock::change_ip_port);
 	table_list_entry *const entry = find_connection(row, {client_address.value(), client_port.value()});
 	if (entry == nullptr) {
+		count(row, CP_REASON_REPLY_UNKNOWN);
 		return;
 	}
 	if (from_ap) {
@@ -156,6 +160,7 @@ void rewrite_reply(Packet packet, uint32_t row)
 	}
 	if (ends) {
 		remove_connection(*entry);
+		count(row, CP_REASON_CONNECTION_ENDED);
 	}
 }
 

@@ -3,6 +3,7 @@
 // packet: a packet of an interface whose portal is on is dropped, any other is accepted as it is. A later fragment is
 // not cut: it has no ports and no flags, which match nothing, and the steps go on.
 #include "base/atomic_word.h"
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "base/fixed_addresses.h"
 #include "base/packet.h"
@@ -88,6 +89,16 @@ private:
 	char name_[CP_INTERFACE_NAME_SIZE];
 };
 
+// Counts what becomes of a packet by the interface whose mark it carries. Functions of their own, for a hook's last step.
+[[gnu::noinline]] cp_verdict accept_marked(Packet packet, cp_reason reason)
+{
+	return accept(counted_row_of_mark(packet.mark()), reason);
+}
+[[gnu::noinline]] cp_verdict drop_marked(Packet packet, cp_reason reason)
+{
+	return drop(counted_row_of_mark(packet.mark()), reason);
+}
+
 enum class PrintedPorts {
 	// The step says nothing.
 	none,
@@ -139,22 +150,28 @@ void log_social_login(Ipv4Address destination, uint16_t port, Packet packet)
 	       &destination, port, &source_address, source_port.value().host());
 }
 
+// Why a segment is dropped instead of being redirected: there is no redirect port for its own, or it cannot be rewritten.
+cp_reason reason_of_no_redirect(Field<uint16_t> redirect_port)
+{
+	return redirect_port.has_value() ? CP_REASON_DROP_UNWRITABLE : CP_REASON_DROP_TCP_PORT;
+}
+
 // An unadmitted client's segment to the social-login address.
 cp_verdict intercept_social_login(Packet packet)
 {
 	const Field<be16> port = packet.destination_port();
 	const Field<uint16_t> redirect_port = social_login_ports.choose(port);
 	if (!redirect_port.has_value() || !packet.is_rewritable()) {
-		return CP_DROP;
+		return drop_marked(packet, reason_of_no_redirect(redirect_port));
 	}
 	if (is_syn(packet)) {
 		upsert_connection(packet, CP_ROW_SOCIAL_LOGIN, PrintedPorts::host_order);
 	}
 	if (!redirect_to_ap(packet, redirect_port.value())) {
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_UNWRITABLE);
 	}
 	log_social_login(packet.destination_address().value(), port.value().host(), packet);
-	return CP_ACCEPT;
+	return accept_marked(packet, CP_REASON_REDIRECT_SOCIAL);
 }
 
 enum class Garden {
@@ -205,6 +222,14 @@ Field<uint16_t> choose_portal_port(uint32_t mark, uint32_t mode, Field<be16> por
 	return WebPorts{load_word(row.http_port), load_word(row.https_port)}.choose(port);
 }
 
+cp_reason reason_of_special_mark(uint32_t mark)
+{
+	if (mark == MARK_LOGOUT) {
+		return CP_REASON_REDIRECT_LOGOUT;
+	}
+	return mark == MARK_DNS_FILTER ? CP_REASON_REDIRECT_FILTER : CP_REASON_REDIRECT_REPUTATION;
+}
+
 // The special marks and the social-login address, for packets of any port. One whose portal is on comes here only when it
 // is not TCP, or whole and rewritten, so nothing that it needs is missing; any other is accepted when something is.
 cp_verdict judge_special_marks(Packet packet, IngressBridge &bridge)
@@ -226,10 +251,10 @@ cp_verdict judge_special_marks(Packet packet, IngressBridge &bridge)
 	if (is_cut_before_flags(packet)) {
 		return CP_ACCEPT;
 	}
+	const uint32_t row = social_login ? CP_ROW_SOCIAL_LOGIN : CP_ROW_SPECIAL_MARK;
 	const Field<be16> port = packet.destination_port();
 	if (is_syn(packet) && is_web_port(port) && packet.is_rewritable()) {
-		upsert_connection(packet, social_login ? CP_ROW_SOCIAL_LOGIN : CP_ROW_SPECIAL_MARK,
-				  PrintedPorts::as_in_packet);
+		upsert_connection(packet, row, PrintedPorts::as_in_packet);
 	}
 
 	const Identity identity = refresh_ap_identity(bridge.name());
@@ -273,36 +298,46 @@ cp_verdict judge_special_marks(Packet packet, IngressBridge &bridge)
 		}
 	}
 	if (!redirect_port.has_value()) {
-		return CP_DROP;
+		return drop(row, CP_REASON_DROP_TCP_PORT);
 	}
 	if (!packet.is_rewritable()) {
 		return CP_ACCEPT;
 	}
-	return redirect_to_ap(packet, redirect_port.value()) ? CP_ACCEPT : CP_DROP;
+	return redirect_to_ap(packet, redirect_port.value()) ?
+		       accept(row, social_login ? CP_REASON_REDIRECT_SOCIAL : reason_of_special_mark(mark)) :
+		       drop(row, CP_REASON_DROP_UNWRITABLE);
+}
+
+cp_reason reason_of_portal(uint32_t mark, uint32_t mode)
+{
+	if (mark == MARK_MIREL_BLACK) {
+		return CP_REASON_REDIRECT_MIREL;
+	}
+	return mode == CP_MODE_INTERNET_PASSES ? CP_REASON_REDIRECT_MODE_7 : CP_REASON_REDIRECT_PORTAL;
 }
 
 // TCP of a client that is not admitted.
 cp_verdict intercept_tcp(Packet packet, uint32_t mode, IngressBridge &bridge)
 {
 	if (mode == CP_MODE_DROP_TCP) {
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_TCP_MODE);
 	}
 	if (refresh_ap_identity(bridge.name()) == Identity::unknown) {
-		return CP_ACCEPT;
+		return accept_marked(packet, CP_REASON_PASS_NO_IDENTITY);
 	}
 	const Field<Ipv4Address> destination = packet.destination_address();
 	if (!destination.has_value()) {
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_CUT);
 	}
 	if (destination == load_word(socialogin_addr)) {
 		return intercept_social_login(packet);
 	}
 	const Field<be16> port = packet.destination_port();
 	if (!port.has_value() && !packet.is_later_fragment()) {
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_CUT);
 	}
 	if (is_web_port(port) && destination == load_word(ap_addr)) {
-		return CP_ACCEPT;
+		return accept_marked(packet, CP_REASON_PASS_AP_WEB);
 	}
 
 	const uint32_t block = is_block_https_enable(packet.mark());
@@ -311,29 +346,30 @@ cp_verdict intercept_tcp(Packet packet, uint32_t mode, IngressBridge &bridge)
 		if (debug_level_reaches(3)) {
 			cp_log(CP_LOG_DEBUG, "[captive portal]block disable, ACCEPT it\n");
 		}
-		return CP_ACCEPT;
+		return accept_marked(packet, CP_REASON_PASS_HTTPS);
 	}
 
 	const uint32_t index = get_iface_by_mark(packet.mark());
 	switch (ask_walled_garden(packet, destination.value(), index, https && block == CP_HTTPS_BLOCKED)) {
 	case Garden::accepts:
-		return CP_ACCEPT;
+		return accept_marked(packet, CP_REASON_PASS_GARDEN);
 	case Garden::drops:
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_HTTPS);
 	case Garden::has_no_say:
 		break;
 	}
 
 	const Field<uint16_t> redirect_port = choose_portal_port(packet.mark(), mode, port);
 	if (!redirect_port.has_value() || !packet.is_rewritable()) {
-		return CP_DROP;
+		return drop_marked(packet, reason_of_no_redirect(redirect_port));
 	}
 	if (is_syn(packet)) {
 		upsert_connection(packet, index, PrintedPorts::none);
 	}
 	if (!redirect_to_ap(packet, redirect_port.value())) {
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_UNWRITABLE);
 	}
+	count(counted_row_of_mark(packet.mark()), reason_of_portal(packet.mark(), mode));
 	return judge_special_marks(packet, bridge);
 }
 
@@ -342,36 +378,39 @@ cp_verdict intercept(Packet packet, uint32_t mode, IngressBridge &bridge)
 {
 	const Field<EtherType> type = packet.ether_type();
 	if (!type.has_value() || type == EtherType::ipv6) {
-		return CP_DROP;
+		return drop_marked(packet, CP_REASON_DROP_NOT_IPV4);
 	}
 	const Field<IpProtocol> protocol = packet.protocol();
 	if (mode == CP_MODE_INTERNET_PASSES) {
 		const Field<Ipv4Address> destination = packet.destination_address();
 		if (!destination.has_value()) {
-			return CP_DROP;
+			return drop_marked(packet, CP_REASON_DROP_CUT);
 		}
 		if (is_dst_internet(destination.value()) || is_dst_gateway(destination.value()) ||
 		    (protocol == IpProtocol::icmp && is_dst_ap(destination.value()))) {
-			return CP_ACCEPT;
+			return accept_marked(packet, CP_REASON_PASS_INTERNET);
 		}
 	}
 	if (!protocol.has_value() || protocol == IpProtocol::icmp) {
-		return CP_DROP;
+		return drop_marked(packet, protocol.has_value() ? CP_REASON_DROP_ICMP : CP_REASON_DROP_CUT);
 	}
 	if (protocol == IpProtocol::udp) {
 		const Field<be16> source = packet.source_port();
 		const Field<be16> destination = packet.destination_port();
 		if (!source.has_value() || !destination.has_value()) {
-			return CP_DROP;
+			return drop_marked(packet, CP_REASON_DROP_CUT);
 		}
 		const auto either_is = [&](uint16_t port) {
 			return source == be16::from_host(port) || destination == be16::from_host(port);
 		};
-		return either_is(CP_PORT_DHCP_CLIENT) || either_is(CP_PORT_DNS) ? CP_ACCEPT : CP_DROP;
+		return either_is(CP_PORT_DHCP_CLIENT) || either_is(CP_PORT_DNS) ?
+			       accept_marked(packet, CP_REASON_PASS_DHCP_DNS) :
+			       drop_marked(packet, CP_REASON_DROP_UDP);
 	}
 	if (protocol == IpProtocol::tcp) {
 		return intercept_tcp(packet, mode, bridge);
 	}
+	count(counted_row_of_mark(packet.mark()), CP_REASON_PASS_PROTOCOL);
 	return judge_special_marks(packet, bridge);
 }
 

@@ -9,6 +9,7 @@
 #include "captive_portal/marks.h"
 #include "captive_portal/portal.h"
 #include "captive_portal/ports.h"
+#include "captive_portal/reasons.h"
 #include "captive_portal/walled_garden.h"
 
 #endif

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/counters.h"
 #include "platform/host/devices.h"
 #include "platform/host/kernel_log.h"
 #include "platform/host/kernel_memory.h"
@@ -80,6 +81,7 @@ public:
 	MiscDevices misc;
 	ProcFiles proc;
 	StatusFiles status;
+	Counters counters;
 	KernelThreads threads;
 
 	// Memory that the module has asked for and not freed, oldest first.

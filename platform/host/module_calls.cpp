@@ -38,7 +38,7 @@ int Machine::unload()
 	captive_portal_exit();
 	expect_no_lock_held("captive_portal_exit");
 	if (!hooks.registered().empty() || misc.registered().has_value() || proc.file().has_value() ||
-	    status.directory() != nullptr) {
+	    status.directory() != nullptr || counters.are_there()) {
 		die("the module left a registration behind");
 	}
 	if (!threads.threads().empty()) {

@@ -313,3 +313,35 @@ void cp_status_remove(const struct cp_status_directory *directory)
 	machine.status.remove(directory);
 	machine.happened(Event::status_removed);
 }
+
+int cp_counters_create(uint32_t count)
+{
+	return Machine::current().counters.create(count);
+}
+
+void cp_counters_remove(void)
+{
+	Machine::current().counters.remove();
+}
+
+void cp_count(uint32_t counter)
+{
+	Machine::current().counters.add(counter);
+}
+
+enum cp_verdict cp_count_and_accept(uint32_t counter)
+{
+	cp_count(counter);
+	return CP_ACCEPT;
+}
+
+enum cp_verdict cp_count_and_drop(uint32_t counter)
+{
+	cp_count(counter);
+	return CP_DROP;
+}
+
+uint64_t cp_counted(uint32_t counter)
+{
+	return Machine::current().counters.value(counter);
+}

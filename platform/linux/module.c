@@ -9,9 +9,11 @@ static int __init load_captive_portal(void)
 {
 	int error = captive_portal_init();
 
-	/* The core leaves its hooks registered when it fails, and a failed load frees the text that they would run. */
-	if (error)
+	/* The core leaves hooks and counters when it fails, and a failed load frees the text that the hooks would run. */
+	if (error) {
 		take_hooks_off();
+		cp_counters_remove();
+	}
 	return error;
 }
 

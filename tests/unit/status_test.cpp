@@ -52,10 +52,11 @@ TEST_F(Status, HasADirectoryOfItsOwnThatRootAndItsGroupMayRead)
 	ASSERT_NE(directory, nullptr);
 	EXPECT_STREQ(directory->name, "captive_portal");
 	EXPECT_EQ(directory->mode, 0440);
-	ASSERT_EQ(directory->file_count, 3u);
+	ASSERT_EQ(directory->file_count, 4u);
 	EXPECT_STREQ(directory->files[0].name, "status");
 	EXPECT_STREQ(directory->files[1].name, "clients");
 	EXPECT_STREQ(directory->files[2].name, "garden");
+	EXPECT_STREQ(directory->files[3].name, "counters");
 }
 
 TEST_F(Status, SaysWhatAFreshModuleHas)

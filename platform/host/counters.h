@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The module's counters.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "platform/platform.h"
+
+namespace captive_portal::host
+{
+
+class Counters
+{
+public:
+	[[nodiscard]] int create(uint32_t count);
+	void remove();
+
+	// Dies for a counter that was never made; without counters it does nothing.
+	void add(uint32_t counter);
+	[[nodiscard]] uint64_t value(uint32_t counter) const;
+
+	// The next creation gives this negative error.
+	void fail_next_creation(int error) { next_error_ = error; }
+	[[nodiscard]] bool are_there() const { return values_ != nullptr; }
+
+private:
+	std::unique_ptr<std::atomic<uint64_t>[]> values_;
+	uint32_t count_ = 0;
+	int next_error_ = 0;
+};
+
+} // namespace captive_portal::host
