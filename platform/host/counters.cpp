@@ -11,6 +11,7 @@ namespace captive_portal::host
 int Counters::create(uint32_t count)
 {
 	might_sleep("cp_counters_create");
+	++create_calls_;
 	if (const int error = std::exchange(next_error_, 0); error != 0) {
 		return error;
 	}

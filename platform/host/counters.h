@@ -22,12 +22,14 @@ public:
 
 	// The next creation gives this negative error.
 	void fail_next_creation(int error) { next_error_ = error; }
+	[[nodiscard]] uint32_t create_calls() const { return create_calls_; }
 	[[nodiscard]] bool are_there() const { return values_ != nullptr; }
 
 private:
 	std::unique_ptr<std::atomic<uint64_t>[]> values_;
 	uint32_t count_ = 0;
 	int next_error_ = 0;
+	uint32_t create_calls_ = 0;
 };
 
 } // namespace captive_portal::host

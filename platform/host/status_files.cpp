@@ -13,6 +13,7 @@ namespace captive_portal::host
 int StatusFiles::create(const cp_status_directory *directory)
 {
 	might_sleep("cp_status_create");
+	++create_calls_;
 	if (const int error = next_error_.exchange(0); error != 0) {
 		return error;
 	}

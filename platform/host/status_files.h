@@ -21,6 +21,7 @@ public:
 
 	// The next creation gives this negative error.
 	void fail_next_creation(int error) { next_error_ = error; }
+	[[nodiscard]] uint32_t create_calls() const { return create_calls_; }
 	// The directory as it was made, null while there is none.
 	[[nodiscard]] const cp_status_directory *directory() const;
 
@@ -33,6 +34,7 @@ private:
 	mutable std::shared_mutex running_;
 	const cp_status_directory *directory_ = nullptr;
 	std::atomic<int> next_error_ = 0;
+	std::atomic<uint32_t> create_calls_ = 0;
 };
 
 } // namespace captive_portal::host

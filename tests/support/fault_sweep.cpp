@@ -155,16 +155,22 @@ private:
 	{
 		switch (number) {
 		case 1:
-			machine_.hooks.fail_next_registration(ordered_error);
+			machine_.counters.fail_next_creation(ordered_error);
 			return;
 		case 2:
-			machine_.misc.fail_next_registration(ordered_error);
+			machine_.hooks.fail_next_registration(ordered_error);
 			return;
 		case 3:
-			machine_.threads.fail_next_creation();
+			machine_.misc.fail_next_registration(ordered_error);
 			return;
 		case 4:
+			machine_.threads.fail_next_creation();
+			return;
+		case 5:
 			machine_.proc.fail_next_creation(ordered_error);
+			return;
+		case 6:
+			machine_.status.fail_next_creation(ordered_error);
 			return;
 		default:
 			ADD_FAILURE() << "there is no registration " << number;
@@ -187,9 +193,10 @@ private:
 		all[Service::user_copy] = machine_.user.copies();
 		all[Service::packet_copy] += 0;
 		all[Service::make_writable] += 0;
-		all[Service::registration] = uint64_t{machine_.hooks.register_calls()} +
-					     machine_.misc.register_calls() + machine_.threads.create_calls() +
-					     machine_.proc.create_calls();
+		all[Service::registration] = uint64_t{machine_.counters.create_calls()} +
+					     machine_.hooks.register_calls() + machine_.misc.register_calls() +
+					     machine_.threads.create_calls() + machine_.proc.create_calls() +
+					     machine_.status.create_calls();
 		return all;
 	}
 

@@ -23,7 +23,7 @@ enum class Service {
 	user_copy,     // from user space or to it
 	packet_copy,   // of bytes that a packet has elsewhere
 	make_writable, // of a packet
-	registration,  // of hooks, device, thread, proc file, in the order in which they are asked for
+	registration, // of counters, hooks, device, thread, proc file, status files: the order in which they are asked for
 };
 
 // A failure, in the order of the requests.

@@ -84,8 +84,9 @@ private:
 	{
 		text_ << "hooks " << machine.hooks.registered().size() << ", device "
 		      << machine.misc.registered().has_value() << ", proc file " << machine.proc.file().has_value()
-		      << ", references " << machine.module_references() << ", open " << cp_dev_in_use
-		      << ", debug level " << debug_level << '\n';
+		      << ", status files " << (machine.status.directory() != nullptr) << ", counters "
+		      << machine.counters.are_there() << ", references " << machine.module_references() << ", open "
+		      << cp_dev_in_use << ", debug level " << debug_level << '\n';
 	}
 
 	void portal_rows()

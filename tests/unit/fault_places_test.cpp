@@ -22,10 +22,12 @@ using Places = std::map<std::pair<std::string, std::string>, int>; // file and s
 // clang-format off
 const Places swept_places = {
 	// FaultsOfTheModule.Start
+	{{"core/module.cpp", "cp_counters_create"}, 1},
 	{{"core/module.cpp", "cp_register_hooks"}, 1},
 	{{"core/module.cpp", "cp_misc_register"}, 1},
 	{{"garden/dns_side.cpp", "cp_thread_create"}, 1},
 	{{"garden/dns_side.cpp", "cp_proc_create"}, 1},
+	{{"core/module.cpp", "cp_status_create"}, 1},
 	// FaultsOfCommands: every command
 	{{"core/control_device.cpp", "cp_memdup_user"}, 1},
 	{{"core/control_device.cpp", "cp_copy_to_user"}, 2},
@@ -58,9 +60,10 @@ const Places swept_places = {
 // clang-format on
 
 // What the seam offers that may fail, and what the core wraps it in.
-const std::regex service(R"(\b(allocate_zeroed(?=<)|(?:cp_zalloc_atomic|cp_memdup_user|cp_copy_from_user|)"
-			 R"(cp_copy_to_user|cp_alloc_large|cp_zalloc_large|cp_packet_copy|cp_packet_make_writable|)"
-			 R"(cp_register_hooks|cp_misc_register|cp_thread_create|cp_proc_create)(?=\()))");
+const std::regex service(
+	R"(\b(allocate_zeroed(?=<)|(?:cp_zalloc_atomic|cp_memdup_user|cp_copy_from_user|)"
+	R"(cp_copy_to_user|cp_alloc_large|cp_zalloc_large|cp_packet_copy|cp_packet_make_writable|)"
+	R"(cp_register_hooks|cp_misc_register|cp_thread_create|cp_proc_create|cp_counters_create|cp_status_create)(?=\()))");
 
 Places places_in_core()
 {

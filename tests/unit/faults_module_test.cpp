@@ -9,8 +9,10 @@
 #include <string_view>
 
 #include "base/atomic_word.h"
+#include "base/counters.h"
 #include "base/debug_level.h"
 #include "core/module.h"
+#include "core/status.h"
 #include "garden/arecord_table.h"
 #include "garden/summary.h"
 #include "tests/support/cast.h"
@@ -50,6 +52,12 @@ TEST(FaultsOfTheModule, Start)
 		.run = [](Machine &machine) -> long { return machine.load(); },
 		.registrations =
 			{
+				{.what = "counters",
+				 .log = {begins[0], begins[1], dns_side, thread},
+				 .leaves = {started([](Machine &machine) {
+					 machine.after(host::Event::hooks_registered, [] { cp_counters_remove(); });
+				 })},
+				 .second_try_heals = false},
 				{.what = "hooks",
 				 .log = {begins[0], begins[1], no_hooks, dns_side, thread},
 				 .leaves = {started([](Machine &machine) {
@@ -68,6 +76,7 @@ TEST(FaultsOfTheModule, Start)
 				 .leaves = {[](Machine &) {
 					 EXPECT_EQ(cp_register_hooks(captive_portal_hooks, captive_portal_hook_count),
 						   0);
+					 EXPECT_EQ(cp_counters_create(counter_of(CP_COUNTER_ROWS, cp_reason{})), 0);
 					 store_word(debug_level, 1);
 				 }},
 				 .second_try_heals = false},
@@ -77,6 +86,13 @@ TEST(FaultsOfTheModule, Start)
 				 .leaves = {started([](Machine &machine) {
 					 machine.after(host::Event::proc_created,
 						       [] { cp_proc_remove(&summary_file); });
+				 })},
+				 .second_try_heals = false},
+				{.what = "status files",
+				 .log = {begins[0], begins[1], dns_side, thread},
+				 .leaves = {started([](Machine &machine) {
+					 machine.after(host::Event::status_created,
+						       [] { cp_status_remove(&status_directory); });
 				 })},
 				 .second_try_heals = false},
 			},
