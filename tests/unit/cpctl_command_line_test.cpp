@@ -117,8 +117,9 @@ TEST(CpctlWithoutTheModule, ExitsWith3)
 {
 	std::ostringstream out;
 	std::ostringstream err;
-	EXPECT_EQ(run_command_line({"-d", "/nonexistent/CP_dev", "gateway", "show"}, open_kernel_device, out, err),
-		  ExitCode::unavailable);
+	EXPECT_EQ(
+		run_command_line({"-d", "/nonexistent/CP_dev", "gateway", "show"}, {open_kernel_device, {}}, out, err),
+		ExitCode::unavailable);
 	EXPECT_EQ(err.str(),
 		  "cpctl: /nonexistent/CP_dev: there is no such device: load the module (modprobe captive_portal), "
 		  "or name its file with -d\n");
@@ -129,7 +130,7 @@ TEST(CpctlWithAnotherDevice, ExitsWith3)
 {
 	std::ostringstream out;
 	std::ostringstream err;
-	EXPECT_EQ(run_command_line({"-d", "/dev/null", "gateway", "show"}, open_kernel_device, out, err),
+	EXPECT_EQ(run_command_line({"-d", "/dev/null", "gateway", "show"}, {open_kernel_device, {}}, out, err),
 		  ExitCode::unavailable);
 	EXPECT_EQ(err.str(),
 		  "cpctl: command 7 of the control device: not understood: is this the module's device? See -d\n");

@@ -157,8 +157,9 @@ protected:
 			opened_wait = wait;
 			return std::make_unique<Lent>(device);
 		};
+		const auto read_status_file = [this](const std::string &name) { return status_files.at(name); };
 		device.calls.clear();
-		const ExitCode code = run_command_line(words, open, out_stream, err_stream);
+		const ExitCode code = run_command_line(words, {open, read_status_file}, out_stream, err_stream);
 		out = out_stream.str();
 		err = err_stream.str();
 		return static_cast<int>(code);
@@ -178,6 +179,8 @@ protected:
 	std::string out;
 	std::string err;
 	std::string opened_path;
+	// What the status files hold.
+	std::map<std::string, std::string> status_files;
 	std::chrono::milliseconds opened_wait{0};
 };
 

@@ -65,7 +65,9 @@ protected:
 		const auto open = [this](const std::string &, std::chrono::milliseconds) {
 			return std::make_unique<MachineDevice>(machine, file_layer_answers);
 		};
-		const cpctl::ExitCode code = cpctl::run_command_line(words, open, out_stream, err_stream);
+		const auto read_status_file = [this](const std::string &name) { return machine.status_text(name); };
+		const cpctl::ExitCode code =
+			cpctl::run_command_line(words, {open, read_status_file}, out_stream, err_stream);
 		out = out_stream.str();
 		err = err_stream.str();
 		return static_cast<int>(code);
@@ -249,6 +251,20 @@ TEST_F(CpctlWithTheCore, GatewayFilterAndDebugLevel)
 	EXPECT_EQ(dns_filter_activate, 1U);
 	(void)answer({"debug", "3"});
 	EXPECT_EQ(debug_level, 3);
+}
+
+TEST_F(CpctlWithTheCore, StatusAndMetricsSayWhatIsThere)
+{
+	(void)answer({"interface", "set", "wlan-2-3", "mode", "on"});
+	(void)answer({"client", "add", "login", "02:00:5e:10:00:01", "wlan-2-3"});
+	EXPECT_EQ(answer({"status", "-s"}),
+		  "access point: address none mac 00:00:00:00:00:00 gateway none\n"
+		  "module: debug 1 dns-filter off cached-addresses 0 mirel-white 0 mirel-black 0\n"
+		  "wlan-2-3: mode on block-https block garden off rules 0 logout none connections 0\n"
+		  "    clients login 1\n"
+		  "27 more rows are as the module started them\n");
+	EXPECT_NE(answer({"metrics"}).find("captive_portal_clients{interface=\"wlan-2-3\",table=\"login\"} 1\n"),
+		  std::string::npos);
 }
 
 } // namespace

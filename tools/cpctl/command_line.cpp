@@ -8,6 +8,7 @@
 #include "cpctl/client_commands.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
+#include "cpctl/status_commands.h"
 #include "cpctl/system_commands.h"
 
 namespace cpctl
@@ -35,6 +36,9 @@ std::chrono::milliseconds checked_wait(double seconds)
 struct Arguments {
 	std::string device = CP_DEVICE_PATH;
 	double wait_seconds = 2;
+	bool json = false;
+	bool pretty = false;
+	bool statistics = false;
 
 	std::string table;
 	std::string mac;
@@ -58,6 +62,8 @@ public:
 				"Seconds to wait while another program has the device open")
 			->type_name("SECONDS")
 			->capture_default_str();
+		app_.add_flag("-j,--json", arguments_.json, "Answer in JSON");
+		app_.add_flag("-p,--pretty", arguments_.pretty, "Answer in JSON that people can read");
 		app_.footer(std::string(exit_codes_help));
 		app_.require_subcommand(1);
 		app_.fallthrough();
@@ -66,6 +72,7 @@ public:
 		describe_garden();
 		describe_mirel();
 		describe_system();
+		describe_status();
 		label_usage();
 	}
 
@@ -95,6 +102,16 @@ public:
 	[[nodiscard]] const Action &action() const { return action_; }
 	[[nodiscard]] const std::string &device() const { return arguments_.device; }
 
+	[[nodiscard]] JsonOutput json() const
+	{
+		if (!arguments_.json && !arguments_.pretty) {
+			return JsonOutput::none;
+		}
+		if (!answers_json_) {
+			throw usage_failure("this command has no answer in JSON: leave -j and -p out");
+		}
+		return arguments_.pretty ? JsonOutput::pretty : JsonOutput::compact;
+	}
 	[[nodiscard]] std::chrono::milliseconds wait() const { return checked_wait(arguments_.wait_seconds); }
 
 private:
@@ -256,6 +273,19 @@ private:
 		debug.add_option("LEVEL", arguments_.value, "0 (nothing) to 3; the module starts with 1")->required();
 	}
 
+	void describe_status()
+	{
+		CLI::App &status =
+			*add_command(app_, "status", "Show what the module has stored, without its control device",
+				     [this](const Arguments &given) {
+					     answers_json_ = true;
+					     return show_status(given.statistics);
+				     });
+		status.add_flag("-s,--statistics", arguments_.statistics, "Also what became of frames, by reason");
+		add_command(app_, "metrics", "Print all counts for Prometheus",
+			    [](const Arguments &) { return show_metrics(); });
+	}
+
 	// The formatter is shared by all commands, but the top has objects where they have commands.
 	void label_usage()
 	{
@@ -271,19 +301,50 @@ private:
 	CLI::App *mirel_ = nullptr;
 	Arguments arguments_;
 	Action action_;
+	bool answers_json_ = false;
+};
+
+// The device is opened by the first command that it gets.
+class DeferredDevice : public ControlDevice
+{
+public:
+	DeferredDevice(const OpenDevice &open, std::string path, std::chrono::milliseconds wait)
+	    : open_(open), path_(std::move(path)), wait_(wait)
+	{
+	}
+
+	long exchange(cp_command command, std::span<std::byte> record) override
+	{
+		return device().exchange(command, record);
+	}
+	long pass_value(cp_command command, uint32_t value) override { return device().pass_value(command, value); }
+
+private:
+	ControlDevice &device()
+	{
+		if (device_ == nullptr) {
+			device_ = open_(path_, wait_);
+		}
+		return *device_;
+	}
+
+	const OpenDevice &open_;
+	std::string path_;
+	std::chrono::milliseconds wait_;
+	std::unique_ptr<ControlDevice> device_;
 };
 
 } // namespace
 
-ExitCode run_command_line(const std::vector<std::string> &words, const OpenDevice &open_device, std::ostream &out,
+ExitCode run_command_line(const std::vector<std::string> &words, const Module &module, std::ostream &out,
 			  std::ostream &err)
 {
 	CommandLine command_line;
 	try {
 		command_line.parse(words);
-		const std::unique_ptr<ControlDevice> device = open_device(command_line.device(), command_line.wait());
-		Portal portal(*device);
-		command_line.action()({portal, out, err});
+		DeferredDevice device(module.open_device, command_line.device(), command_line.wait());
+		Portal portal(device);
+		command_line.action()({portal, module.read_status_file, out, err, command_line.json()});
 	} catch (const CLI::ParseError &mistake) {
 		return command_line.explain(mistake, out, err);
 	} catch (const Failure &failure) {

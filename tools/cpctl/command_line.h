@@ -11,6 +11,7 @@
 
 #include "cpctl/control_device.h"
 #include "cpctl/failure.h"
+#include "cpctl/status_files.h"
 
 namespace cpctl
 {
@@ -19,9 +20,15 @@ namespace cpctl
 using OpenDevice =
 	std::function<std::unique_ptr<ControlDevice>(const std::string &path, std::chrono::milliseconds wait)>;
 
+// How the module is reached.
+struct Module {
+	OpenDevice open_device;
+	ReadStatusFile read_status_file;
+};
+
 // Runs the command that `words` (without the program's name) ask for. The device is opened after all of them have been
-// checked. Answers go to `out`, messages to `err`.
-[[nodiscard]] ExitCode run_command_line(const std::vector<std::string> &words, const OpenDevice &open_device,
-					std::ostream &out, std::ostream &err);
+// checked, by the commands that need it. Answers go to `out`, messages to `err`.
+[[nodiscard]] ExitCode run_command_line(const std::vector<std::string> &words, const Module &module, std::ostream &out,
+					std::ostream &err);
 
 } // namespace cpctl

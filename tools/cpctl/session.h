@@ -7,15 +7,22 @@
 #include <string>
 
 #include "cpctl/portal.h"
+#include "cpctl/status_files.h"
 
 namespace cpctl
 {
 
+// Whether answers are JSON, and whether with line breaks for people.
+enum class JsonOutput { none, compact, pretty };
+
 struct Session {
 	Portal &portal;
+	const ReadStatusFile &read_status_file;
 	std::ostream &out;
 	std::ostream &err;
+	JsonOutput json = JsonOutput::none;
 
+	void print(const std::string &line) const { out << line << '\n'; }
 	// Says on the error output what is no failure.
 	void note(const std::string &text) const { err << "cpctl: " << text << '\n'; }
 };
