@@ -213,6 +213,7 @@ private:
 		if (result != 0) {
 			// The kernel drops the module, and the platform its hooks.
 			cp_unregister_hooks(captive_portal_hooks, captive_portal_hook_count);
+			cp_counters_remove();
 		}
 		return {{"result", result}};
 	}
