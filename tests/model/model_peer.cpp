@@ -211,7 +211,7 @@ private:
 		host::reload_module_image();
 		const int result = machine_.load();
 		if (result != 0) {
-			// The kernel drops the module, and the platform its hooks.
+			// The kernel drops the module, and the platform its hooks and counters.
 			cp_unregister_hooks(captive_portal_hooks, captive_portal_hook_count);
 			cp_counters_remove();
 		}
