@@ -7,6 +7,7 @@
 
 #include <linux/cpumask.h>
 #include <linux/errno.h>
+#include <linux/irqflags.h>
 #include <linux/percpu.h>
 
 /* Null while there are none. Written before the first hook can run, and when none runs any more. */
