@@ -11,8 +11,8 @@ read_as_nobody() { setpriv --reuid 65534 --regid 65534 --clear-groups cat "$STAT
 expect_failure test -e $STATUS
 load_module
 step "a directory of its own, files that nobody else may read"
-expect_equal "the files" "clients garden status" "$(echo $(ls -A $STATUS))"
-for file in clients garden status; do
+expect_equal "the files" "clients counters garden status" "$(echo $(ls -A $STATUS))"
+for file in clients counters garden status; do
 	expect_equal "$file" "-r--r----- root root 0" "$(stat -c '%A %U %G %s' $STATUS/$file)"
 done
 expect_failure read_as_nobody
@@ -50,12 +50,12 @@ python3 - <<'END'
 import fcntl, struct
 device = open("/dev/CP_dev")
 for number in range(3000):
-    mac = b"\x02\xcc" + struct.pack(">I", number)
+    mac = b"\x02\0" + struct.pack(">I", number)
     # ADD_LOGIN_MAC: sub-command, behaviour, status, interface, OWE interface, address.
     fcntl.ioctl(device, 8, struct.pack("<III16s16s6s2x", 4, 0, 0, b"wlan-1-1", b"", mac))
 for attempt in range(3):
     lines = open("/proc/captive_portal/clients").read().splitlines()
-    wanted = [f"client table=login mac=02:CC:00:00:{number >> 8:02X}:{number & 255:02X} interface=wlan-1-1"
+    wanted = [f"client table=login mac=02:00:00:00:{number >> 8:02X}:{number & 255:02X} interface=wlan-1-1"
               for number in range(3000)]
     if lines != wanted:
         raise SystemExit(f"{len(lines)} lines; the first that differs: "
@@ -99,6 +99,6 @@ before=$(cat $STATUS/status)
 insmod "$second"
 wait_until 10 "its device is there" test -c /dev/CP_deX
 expect_failure test -e /proc/captive_portaX
-expect_equal "the files" "clients garden status" "$(echo $(ls -A $STATUS))"
+expect_equal "the files" "clients counters garden status" "$(echo $(ls -A $STATUS))"
 rmmod captive_portaX
 expect_equal "the first one's" "$before" "$(cat $STATUS/status)"

@@ -1,0 +1,55 @@
+# What becomes of frames is counted by interface and reason, each frame once.
+#
+#   client-1-1 eth0 -- wlan-1-1 \
+#                                br0 -- uplink0 -- upstream
+#   client-1-2 eth0 -- wlan-1-2 /     (portal off on wlan-1-2)
+
+counted() {
+	local value
+	value=$(sed -n "s/^count interface=$1 reason=$2 value=//p" /proc/captive_portal/counters)
+	echo "${value:-0}"
+}
+
+# What was marked is what the second hook has counted. A frame that is under way is counted by the first one alone.
+marks_add_up() {
+	awk -F'[ =]' '$3 == "wlan-1-1" && $5 !~ /^(connection|reply)-/ { if ($5 == "marked-portal") sum += $7; else sum -= $7 }
+		END { exit sum != 0 }' /proc/captive_portal/counters
+}
+
+make_topology 1-1 1-2
+start_services
+give_address 1-1 61
+give_address 1-2 62
+load_module
+expect_equal "what a fresh module has counted" "" "$(cat /proc/captive_portal/counters)"
+cpctl interface set wlan-1-1 mode on
+
+step "before login"
+for _ in 1 2 3; do in_client 1-1 ping -c 1 -W 1 203.0.113.10 >/dev/null || true; done
+expect_equal "pings" 3 "$(counted wlan-1-1 icmp)"
+expect_portal_page 1-1 http://www.example.net/shut 10081
+expect_equal "connections" 1 "$(counted wlan-1-1 connection-recorded)"
+redirected=$(counted wlan-1-1 redirect-portal)
+((redirected >= 4)) || fail "the client's segments of one request: $redirected"
+wait_until 5 "each marked frame has come to something" marks_add_up
+((4 <= $(counted wlan-1-1 reply-rewritten))) || fail "replies: $(counted wlan-1-1 reply-rewritten)"
+((0 < $(counted wlan-1-1 dhcp-dns))) || fail "the client has asked for a name"
+((0 < $(counted other dns-answer))) || fail "the client was answered"
+
+step "an interface without a portal counts nothing"
+expect_real_page 1-2 http://www.example.net/open
+expect_equal "wlan-1-2" "" "$(grep ' interface=wlan-1-2 ' /proc/captive_portal/counters || true)"
+
+step "after login"
+cpctl client add login "$(mac_of 1-1)" wlan-1-1
+expect_equal "login" 0 "$(counted wlan-1-1 login)"
+in_client 1-1 ping -c 3 -i 0.2 203.0.113.10 >/dev/null
+((3 <= $(counted wlan-1-1 login))) || fail "login: $(counted wlan-1-1 login)"
+expect_equal "pings before login" 3 "$(counted wlan-1-1 icmp)"
+[[ $(cpctl status -s) == *"passed: the client is in the login table"* ]] || fail "$(cpctl status -s)"
+[[ $(cpctl metrics) == *'{interface="wlan-1-1",reason="icmp"} 3'$'\n'* ]] || fail "$(cpctl metrics)"
+
+step "a new load begins at zero"
+unload_module
+load_module
+expect_equal "what is counted" "" "$(cat /proc/captive_portal/counters)"
