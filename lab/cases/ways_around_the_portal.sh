@@ -4,6 +4,8 @@
 # another name, log lines that a client can cause, who reads the proc file, and
 # DNS answers without end.
 #
+# Time limit: 400 seconds, for emulated machines on a busy host.
+#
 #   client-1-1 eth0 -- wlan-1-1 \
 #   client-1-2 eth0 -- wlan-1-2  br0 -- uplink0 -- upstream
 #   client-lan0 eth0 ---- lan0  /
