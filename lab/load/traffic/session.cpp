@@ -103,7 +103,7 @@ bool run(const Options &options)
 					(monotonic() - began) / options.seconds;
 	};
 	bool is_half = false;
-	unsigned batch = 0;
+	unsigned batch = 0, next_listing = batches_to_listing;
 	for (; part_done() < 1; ++batch) {
 		Dice dice(options.seed, batch + 1);
 		traffic.mixed_batch(dice);
@@ -112,7 +112,8 @@ bool run(const Options &options)
 			world.any_command(dice);
 		if (full.objects == 0 && traffic.short_filled == short_lived)
 			full = watch.read("cache full for the first time");
-		if (batch % batches_to_listing == batches_to_listing - 1 && !traffic.may_be_gone()) {
+		if (batch >= next_listing && !traffic.may_be_gone()) {
+			next_listing = batch + batches_to_listing;
 			++listings;
 			wrong_listings += count_listed_addresses() != world.listed_addresses(traffic.short_filled);
 		}

@@ -14,7 +14,9 @@ namespace
 constexpr unsigned most_records = 32;
 // So long after they were cached, short-lived addresses are there for sure, however long a batch takes.
 constexpr time_t surely_cached = short_life - 8;
-constexpr double seconds_to_wait = 20, seconds_after_last = 0.1;
+// A ring shows frames in the order in which places for them were taken: one that another processor is still writing, the
+// probe's, hides those behind it.
+constexpr double seconds_to_wait = 20, seconds_after_last = 5;
 
 } // namespace
 
@@ -86,7 +88,7 @@ void Traffic::finish()
 	};
 	double began = monotonic();
 	bool is_late = false;
-	// What is not there a moment after the last one will not come any more.
+	// What is not there by then, with the last one out, will not come any more.
 	while (wires.receive(seen), missing) {
 		bool is_last_out = (last.wanted & ~last.seen) == 0;
 		if (monotonic() - began > (is_last_out ? seconds_after_last : seconds_to_wait))
