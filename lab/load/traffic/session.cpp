@@ -123,6 +123,9 @@ bool run(const Options &options)
 		}
 	}
 	double seconds = monotonic() - began;
+	Dice last_looks(options.seed, 0);
+	for (unsigned i = 0; i < rows; ++i)
+		world.check_lists(last_looks);
 	uint64_t frames = traffic.accounts.frames() - frames_before;
 	bool others_right = meanwhile.finish();
 	after = watch.read("all of the mixture over");

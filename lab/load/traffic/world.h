@@ -71,6 +71,8 @@ public:
 	void set_up_portal();
 	void admit_everybody();
 	void any_command(Dice &);
+	// Whether one of some row's lists is as long as it must be, and has who must be on it.
+	void check_lists(Dice &);
 	void close_portal();
 
 	// Where the next connection of this place in the table goes.
@@ -87,7 +89,6 @@ private:
 	void set_row_rules(unsigned row);
 	void shut_out(unsigned row, unsigned number);
 	void admit(unsigned row, unsigned number);
-	void check_lists(Dice &);
 
 	Device &device;
 	std::vector<bool> admitted[rows];
