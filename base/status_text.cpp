@@ -59,6 +59,11 @@ void print_address(cp_status_text *out, const char *key, Ipv4Address address)
 	cp_status_print(out, " %s=%u.%u.%u.%u", key, octets[0], octets[1], octets[2], octets[3]);
 }
 
+void print_mac(cp_status_text *out, const char *key, const MacAddress &mac)
+{
+	cp_status_print(out, " %s=%02x:%02x:%02x:%02x:%02x:%02x", key, CP_MAC_ARGUMENTS(mac.bytes));
+}
+
 void print_row_name(cp_status_text *out, const char *key, uint32_t row)
 {
 	if (row >= CP_WIRELESS_INTERFACES) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "base/byte_order.h"
+#include "base/mac_address.h"
 #include "base/text.h"
 #include "captive_portal/reasons.h"
 #include "platform/platform.h"
@@ -17,6 +18,9 @@ void print_text(cp_status_text *out, const char *key, Text text);
 
 // " key=" and the address as a dotted quad.
 void print_address(cp_status_text *out, const char *key, Ipv4Address address);
+
+// " key=" and the address in lower case, with colons.
+void print_mac(cp_status_text *out, const char *key, const MacAddress &mac);
 
 // " key=wlan-R-V" of a row, or the name of one of the special rows: "special-mark", "mode-7", "social-login", "mirel",
 // and "other" for what belongs to none.

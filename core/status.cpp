@@ -34,8 +34,8 @@ void write_module(cp_status_text *out)
 			load_word(dns_filter_activate));
 	print_address(out, "gateway", load_word(ap_gateway));
 	print_address(out, "ap_address", load_word(ap_addr));
-	cp_status_print(out, " ap_mac=" CP_MAC_FORMAT " cached_addresses=%d", CP_MAC_ARGUMENTS(load_ap_mac().bytes),
-			cached_addresses());
+	print_mac(out, "ap_mac", load_ap_mac());
+	cp_status_print(out, " cached_addresses=%d", cached_addresses());
 	write_mirel_counts(out);
 	cp_status_print(out, "\n");
 }

@@ -34,7 +34,8 @@ static_assert(table_count * CP_WIRELESS_INTERFACES + common_table_count == CLIEN
 
 void print_client(cp_status_text *out, const char *table, const MacAddress &mac)
 {
-	cp_status_print(out, "client table=%s mac=" CP_MAC_FORMAT, table, CP_MAC_ARGUMENTS(mac.bytes));
+	cp_status_print(out, "client table=%s", table);
+	print_mac(out, "mac", mac);
 }
 
 } // namespace

@@ -55,7 +55,7 @@ for number in range(3000):
     fcntl.ioctl(device, 8, struct.pack("<III16s16s6s2x", 4, 0, 0, b"wlan-1-1", b"", mac))
 for attempt in range(3):
     lines = open("/proc/captive_portal/clients").read().splitlines()
-    wanted = [f"client table=login mac=02:00:00:00:{number >> 8:02X}:{number & 255:02X} interface=wlan-1-1"
+    wanted = [f"client table=login mac=02:00:00:00:{number >> 8:02x}:{number & 255:02x} interface=wlan-1-1"
               for number in range(3000)]
     if lines != wanted:
         raise SystemExit(f"{len(lines)} lines; the first that differs: "

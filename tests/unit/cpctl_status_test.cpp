@@ -13,7 +13,7 @@ namespace
 {
 
 constexpr std::string_view module_line =
-	"module format=1 debug_level=1 dns_filter=0 gateway=0.0.0.0 ap_address=192.168.100.1 ap_mac=02:00:00:00:00:FE "
+	"module format=1 debug_level=1 dns_filter=0 gateway=0.0.0.0 ap_address=192.168.100.1 ap_mac=02:00:00:00:00:fe "
 	"cached_addresses=12 mirel-white=1 mirel-black=0\n";
 constexpr std::string_view fresh_row =
 	"interface index=0 name=wlan-1-1 mark=0x1450 http_port=10081 https_port=10444 mode=0 walled_garden=0 "
@@ -56,7 +56,7 @@ protected:
 TEST_F(CpctlStatus, SaysWhatIsNotAsTheModuleStartedIt)
 {
 	ASSERT_EQ(run({"status"}), 0) << err;
-	EXPECT_EQ(out, "access point: address 192.168.100.1 mac 02:00:00:00:00:FE gateway none\n"
+	EXPECT_EQ(out, "access point: address 192.168.100.1 mac 02:00:00:00:00:fe gateway none\n"
 		       "module: debug 1 dns-filter off cached-addresses 12 mirel-white 1 mirel-black 0\n"
 		       "wlan-2-3: mode internet-passes block-https redirect garden on rules 3 logout 192.0.2.1 "
 		       "connections 45\n"

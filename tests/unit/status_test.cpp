@@ -112,7 +112,7 @@ TEST_F(Status, SaysWhatThePacketPathHasLearned)
 	add(ipv4(192, 0, 2, 1), "a.example");
 	add(ipv4(192, 0, 2, 2), "a.example");
 	EXPECT_EQ(line(0), "module format=1 debug_level=1 dns_filter=0 gateway=0.0.0.0 ap_address=192.168.100.1 "
-			   "ap_mac=02:00:00:00:00:FE cached_addresses=2 mirel-white=0 mirel-black=0");
+			   "ap_mac=02:00:00:00:00:fe cached_addresses=2 mirel-white=0 mirel-black=0");
 }
 
 TEST_F(Status, CountsConnections)
@@ -155,15 +155,15 @@ TEST_F(Status, ListsTheClientsOfEachTableInTheirOrder)
 	change_clients(machine, ADD_MIREL_BLACK_LIST_MAC, "", first_client);
 	change_clients(machine, ADD_MIREL_WHITE_LIST_MAC, "", second_client);
 	const Lines expected = {
-		"client table=login mac=02:AB:00:0C:DE:F0 interface=wlan-1-2",
+		"client table=login mac=02:ab:00:0c:de:f0 interface=wlan-1-2",
 		"client table=login mac=02:00:00:00:00:01 interface=wlan-1-2",
-		"client table=login mac=02:AB:00:0C:DE:F0 interface=wlan-1-2",
-		"client table=white mac=02:AB:00:0C:DE:F0 interface=wlan-3-8",
-		"client table=auth mac=02:AB:00:0C:DE:F0 interface=wlan-3-8",
-		"client table=ga-white mac=02:AB:00:0C:DE:F0 interface=wlan-3-8",
-		"client table=mac-auth-fallback mac=02:AB:00:0C:DE:F0 interface=wlan-3-8",
+		"client table=login mac=02:ab:00:0c:de:f0 interface=wlan-1-2",
+		"client table=white mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
+		"client table=auth mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
+		"client table=ga-white mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
+		"client table=mac-auth-fallback mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
 		"client table=mirel-white mac=02:00:00:00:00:01",
-		"client table=mirel-black mac=02:AB:00:0C:DE:F0",
+		"client table=mirel-black mac=02:ab:00:0c:de:f0",
 	};
 	EXPECT_EQ(lines_of("clients"), expected);
 	const auto counts = [this](uint32_t row) {
