@@ -81,17 +81,23 @@ mark_rule -330 'meta mark set 5201'
 expect_equal "who answers client 1-1" "$AP_ADDRESS:10082" "$(said_to 1-1)"
 nft delete table bridge other
 
+# Nobody remembers who had which hardware address before: they would send to the old one for some seconds.
+forget_neighbours() { ip neigh flush dev br0; in_upstream ip neigh flush dev eth0; }
+use_mac() {
+	in_client 1-1 ip link set eth0 address "$1"
+	forget_neighbours
+}
 step "a hardware address is all that a login knows, on its own interface"
 in_client 1-1 ip address flush dev eth0
 give_address 1-1 71
 expect_real
 in_client 1-1 ip address flush dev eth0
 give_address 1-1 61
-in_client 1-1 ip link set eth0 address 02:00:00:01:01:99
+use_mac 02:00:00:01:01:99
 expect_portal
 cpctl client add login "$(mac_of 1-2)" wlan-1-1
 expect_equal "who answers client 1-2" "$AP_ADDRESS:10082" "$(said_to 1-2)"
-in_client 1-1 ip link set eth0 address "$own_mac"
+use_mac "$own_mac"
 expect_real
 cpctl client flush portal all
 
