@@ -17,7 +17,7 @@ complaints+='|Unknown symbol|[Ss]lab corruption|Redzone|Poison overwritten|Memor
 
 # Lines that are none: QEMU's widest processor has no answer to some
 # speculation faults, and the kernel says so once at boot.
-harmless='Spectre|RETBleed|Vulnerable|MDS:|TAA:|ITS:|mitigation'
+harmless='RCU callback double-/use-after-free debug is enabled|Spectre|RETBleed|Vulnerable|MDS:|TAA:|ITS:|mitigation'
 
 # The RCU reports that are the kernel's own: User Mode Linux walks a process's
 # memory areas without a lock after a fork (lib/maple_tree.c in the report's

@@ -110,7 +110,7 @@ disable_ipv6() { echo 1 | tee /proc/sys/net/ipv6/conf/{all,default}/disable_ipv6
 quiet_namespace() { ip netns exec "$1" bash -c "$(declare -f disable_ipv6); disable_ipv6"; }
 quiet_ipv6() {
 	! inherits_settings || echo 1 >/proc/sys/net/core/devconf_inherit_init_net
-	disable_ipv6
+	[[ ! -d /proc/sys/net/ipv6 ]] || disable_ipv6
 }
 
 # connect_port PORT NAMESPACE MAC  lines for "ip -batch": a name space, and a cable between a bridge port and its eth0.

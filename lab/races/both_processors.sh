@@ -1,0 +1,41 @@
+# Everything that the module does, at once, on two processors, for RACES_SECONDS:
+# frames of hundreds of clients at all three hooks from both processors, answers
+# of the name service, every command, readers and writers of the proc file,
+# expiry, new rules, a bridge that changes its addresses, a port that comes and
+# goes, and the module's unload and load in the midst of them. The kernel
+# reports accesses that meet; here is only said what ran, and that it did.
+#
+#   client-1-1 eth0 -- wlan-1-1 \
+#   client-3-8 eth0 -- wlan-3-8  br0 -- uplink0 -- upstream
+#   client-2-2 eth0 -- wlan-2-2 /   (comes and goes)
+
+# The same clock for a kernel that hurries and for one that is emulated beside other work.
+[[ ! -e /proc/sys/kernel/watchdog_thresh ]] || sysctl -q -w kernel.watchdog_thresh=60
+# A watch is as long as a frame takes here, or nobody comes by; and there are many, as there is nothing else to do.
+if [[ -d /sys/module/kcsan/parameters ]]; then
+	echo 1500 >/sys/module/kcsan/parameters/udelay_interrupt
+	echo 1500 >/sys/module/kcsan/parameters/udelay_task
+	echo 100 >/sys/module/kcsan/parameters/skip_watch
+fi
+make_frame_bench 1-1 3-8 2-2
+# Marks between the two hooks, as a firewall sets them.
+nft -f - <<'END_OF_RULES'
+table bridge reputation {
+	chain prerouting {
+		type filter hook prerouting priority -315; policy accept;
+		ether type ip ip daddr 203.0.113.30 meta mark set 5307
+	}
+}
+END_OF_RULES
+
+counter() { cat "/sys/class/net/$1/statistics/$2"; }
+delivered=$(counter br0 rx_packets)
+forwarded=$(counter uplink0 tx_packets)
+expect_success python3 -S "$LAB/races/everything.py" "$MODULE" "$RACES_SECONDS" "$CASE_DIR/counts"
+delivered=$(($(counter br0 rx_packets) - delivered))
+forwarded=$(($(counter uplink0 tx_packets) - forwarded))
+printf '%s frames to the access point\n%s frames forwarded upstream\n' "$delivered" "$forwarded" >>"$CASE_DIR/counts"
+sed 's/^/    /' "$CASE_DIR/counts"
+while read -r number what; do
+	((number > 0)) || fail "no $what"
+done <"$CASE_DIR/counts"
