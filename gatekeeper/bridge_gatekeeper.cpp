@@ -193,14 +193,6 @@ bool is_dhcp(Packet packet)
 	}
 }
 
-cp_reason reason_of_white_lists(ClientLists lists)
-{
-	if (lists.has(ClientLists::white)) {
-		return CP_REASON_PASS_WHITE;
-	}
-	return lists.has(ClientLists::ga_white) ? CP_REASON_PASS_GA_WHITE : CP_REASON_PASS_FALLBACK;
-}
-
 // The first table that lists the client's MAC address decides. Deliberately looks at no EtherType: an IPv6 frame is tested
 // against what lies at the places of an IPv4 header's fields.
 cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t index)
@@ -210,7 +202,7 @@ cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t in
 
 	if (load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) != CP_MODE_OFF) {
 		if (lists.has(ClientLists::mirel_white)) {
-			return accept(index, CP_REASON_PASS_MIREL_WHITE);
+			return CP_ACCEPT;
 		}
 		if (lists.has(ClientLists::mirel_black)) {
 			packet.set_mark(MARK_MIREL_BLACK);
@@ -227,10 +219,10 @@ cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t in
 			packet.set_mark(MARK_LOGOUT);
 			return accept(index, CP_REASON_MARK_LOGOUT_ADDRESS);
 		}
-		return accept(index, lists.has(ClientLists::login) ? CP_REASON_PASS_LOGIN : CP_REASON_PASS_AUTH);
+		return CP_ACCEPT;
 	}
 	if (lists.has(ClientLists::white | ClientLists::ga_white | ClientLists::fallback)) {
-		return accept(index, reason_of_white_lists(lists));
+		return CP_ACCEPT;
 	}
 	if (standing.is_disconnected()) {
 		return judge_disconnected(packet, standing.behavior(), index);

@@ -14,13 +14,7 @@
 
 /* clang-format off */
 #define CP_REASONS(REASON)                                                                                             \
-	/* Gatekeeper: by a table, or in spite of none. */                                                             \
-	REASON(PASS_MIREL_WHITE,    "mirel-white",          "passed: the client is on the MIREL white list")           \
-	REASON(PASS_LOGIN,          "login",                "passed: the client is in the login table")                \
-	REASON(PASS_AUTH,           "auth",                 "passed: the client is in the auth table")                 \
-	REASON(PASS_WHITE,          "white",                "passed: the client is on the white list")                 \
-	REASON(PASS_GA_WHITE,       "ga-white",             "passed: the client is on the ga white list")              \
-	REASON(PASS_FALLBACK,       "mac-auth-fallback",    "passed: the client is in the MAC-auth fallback table")    \
+	/* Gatekeeper: clients that no table admits, and others. */                                                    \
 	REASON(PASS_DISCONNECTED,   "pass-disconnected",    "passed: the disconnection behaviour lets it")             \
 	REASON(MARK_PORTAL,         "marked-portal",        "marked: the client is in no table, the portal is on")     \
 	REASON(MARK_BLACK,          "marked-mirel-black",   "marked: the client is on the MIREL black list")           \

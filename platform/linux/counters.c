@@ -33,18 +33,18 @@ static __always_inline void add_one(uint32_t counter)
 		this_cpu_inc(all[counter]);
 }
 
-void cp_count(uint32_t counter)
+notrace void cp_count(uint32_t counter)
 {
 	add_one(counter);
 }
 
-enum cp_verdict cp_count_and_accept(uint32_t counter)
+notrace enum cp_verdict cp_count_and_accept(uint32_t counter)
 {
 	add_one(counter);
 	return CP_ACCEPT;
 }
 
-enum cp_verdict cp_count_and_drop(uint32_t counter)
+notrace enum cp_verdict cp_count_and_drop(uint32_t counter)
 {
 	add_one(counter);
 	return CP_DROP;

@@ -28,7 +28,7 @@ constexpr std::string_view used_row =
 constexpr std::string_view mirel_row = "interface index=27 name=mirel mark=0x0 http_port=0 https_port=0 mode=9 "
 				       "walled_garden=0 block_https=1 logout= garden=0 rules=0 connections=0\n";
 constexpr std::string_view companions = "owe name=wlan-1-14 interface=\nowe name=wlan-2-16 interface=wlan-2-3\n";
-constexpr std::string_view counts = "count interface=wlan-2-3 reason=login value=18446744\n"
+constexpr std::string_view counts = "count interface=wlan-2-3 reason=redirect-portal value=18446744\n"
 				    "count interface=wlan-2-3 reason=icmp value=7\n"
 				    "count interface=other reason=of-tomorrow value=1\n";
 
@@ -76,7 +76,7 @@ TEST_F(CpctlStatus, SaysWhatBecameOfFrames)
 	ASSERT_NE(at, std::string::npos) << out;
 	EXPECT_EQ(out.substr(at),
 		  "wlan-2-3:\n"
-		  "      18446744  login                     passed: the client is in the login table\n"
+		  "      18446744  redirect-portal           redirected: to the interface's portal page\n"
 		  "             7  icmp                      dropped: ICMP\n"
 		  "other:\n"
 		  "             1  of-tomorrow               counted by a reason that is newer than this cpctl\n");
