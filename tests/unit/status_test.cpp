@@ -149,7 +149,7 @@ TEST_F(Status, ListsTheClientsOfEachTableInTheirOrder)
 	change_clients(machine, ADD_LOGIN_MAC, "wlan-1-2", second_client);
 	change_clients(machine, ADD_LOGIN_MAC, "wlan-1-2", first_client);
 	change_clients(machine, ADD_WHITELIST_MAC, "wlan-3-8", first_client);
-	change_clients(machine, ADD_AUTH_MAC, "wlan-3-8", first_client);
+	change_clients(machine, ADD_AUTH_MAC, "wlan-3-8", second_client);
 	change_clients(machine, ADD_GA_WHITELIST_MAC, "wlan-3-8", first_client);
 	change_clients(machine, ADD_MAC_AUTH_FALLBACK, "wlan-3-8", first_client);
 	change_clients(machine, ADD_MIREL_BLACK_LIST_MAC, "", first_client);
@@ -159,7 +159,7 @@ TEST_F(Status, ListsTheClientsOfEachTableInTheirOrder)
 		"client table=login mac=02:00:00:00:00:01 interface=wlan-1-2",
 		"client table=login mac=02:ab:00:0c:de:f0 interface=wlan-1-2",
 		"client table=white mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
-		"client table=auth mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
+		"client table=auth mac=02:00:00:00:00:01 interface=wlan-3-8",
 		"client table=ga-white mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
 		"client table=mac-auth-fallback mac=02:ab:00:0c:de:f0 interface=wlan-3-8",
 		"client table=mirel-white mac=02:00:00:00:00:01",
