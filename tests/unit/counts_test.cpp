@@ -228,6 +228,8 @@ std::vector<Row> rows()
 		{"redirected", on(), syn_to(80), "wlan-1-1", redirected_counts({})},
 		{"cannot be rewritten", on(), syn_to(80), "wlan-1-1",
 		 after_mark("not-rewritable", {{here + "connection-recorded", 1}}), false, true},
+		{"too short to be rewritten", on(), syn_to(80).truncate_network(34), "wlan-1-1",
+		 after_mark("not-rewritable")},
 		{"social login", on(), frame().from(client_of_wlan_1_1).to(social_login).tcp(51000, 80).syn(),
 		 "wlan-1-1", after_mark("redirect-social-login", {{"social-login connection-recorded", 1}})},
 		{"social login of an admitted client",
