@@ -162,6 +162,8 @@ TEST_F(CpctlStatus, ReadsTheKernelsFiles)
 	EXPECT_EQ(read_kernel_status_file(directory, "status_of_test"), "module format=1\n");
 	std::ofstream(directory + "/status_of_test").flush();
 	EXPECT_EQ(read_kernel_status_file(directory, "status_of_test"), "");
+	// It can be opened and not be read, as a file of a module that goes meanwhile.
+	EXPECT_THROW(static_cast<void>(read_kernel_status_file(directory, ".")), Failure);
 	try {
 		static_cast<void>(read_kernel_status_file("/nonexistent", "status"));
 		FAIL() << "there is no such file";

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "cpctl/failure.h"
 #include "cpctl/quoted.h"
@@ -72,16 +72,14 @@ std::string read_kernel_status_file(const std::string &directory, const std::str
 {
 	const std::string path = directory + "/" + name;
 	errno = 0;
-	std::ifstream file(path);
-	std::ostringstream text;
-	// An empty file leaves the fail bit of what it is copied to, and is none.
-	if (file.is_open()) {
-		text << file.rdbuf();
-	}
-	if (!file.is_open() || file.bad()) {
+	try {
+		std::ifstream file;
+		file.exceptions(std::ios::failbit | std::ios::badbit);
+		file.open(path);
+		return {std::istreambuf_iterator<char>(file), {}};
+	} catch (const std::ios_base::failure &) {
 		throw Failure(ExitCode::unavailable, path + ": " + reason_and_remedy(errno != 0 ? errno : EIO));
 	}
-	return text.str();
 }
 
 StatusLine::StatusLine(std::string_view line)
