@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "captive_portal/reasons.h"
+#include "cpctl/client_tables.h"
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 #include "cpctl/value_names.h"
@@ -94,8 +95,25 @@ std::string address_or_none(const std::string &address)
 	return address.empty() || address == "0.0.0.0" ? "none" : address;
 }
 
-constexpr std::array interface_tables = {"white", "auth", "login", "ga-white", "mac-auth-fallback"};
-constexpr std::array common_tables = {"mirel-white", "mirel-black"};
+// Names of the tables that are kept for each interface, or of those that are one for all.
+std::vector<std::string> tables_kept(bool per_interface)
+{
+	std::vector<std::string> names;
+	for (const ClientTable &table : client_tables()) {
+		if (table.per_interface == per_interface) {
+			names.emplace_back(table.name);
+		}
+	}
+	return names;
+}
+std::vector<std::string> interface_tables()
+{
+	return tables_kept(true);
+}
+std::vector<std::string> common_tables()
+{
+	return tables_kept(false);
+}
 
 // Whether a row has anything to say beside what every row has after the module's start.
 bool is_as_started(const StatusLine &line)
@@ -110,7 +128,7 @@ bool is_as_started(const StatusLine &line)
 	    !line.text("logout").empty()) {
 		return false;
 	}
-	for (const char *const key : interface_tables) {
+	for (const std::string &key : interface_tables()) {
 		if (line.has(key) && line.number(key) != 0) {
 			return false;
 		}
@@ -127,9 +145,9 @@ void print_interface(std::ostream &out, const StatusLine &line)
 	    << (line.number("garden") != 0 ? "on" : "off") << " rules " << line.number("rules") << " logout "
 	    << address_or_none(line.text("logout")) << " connections " << line.number("connections") << '\n';
 	std::string clients;
-	for (const char *const table : interface_tables) {
+	for (const std::string &table : interface_tables()) {
 		if (line.has(table) && line.number(table) != 0) {
-			clients += std::string(" ") + table + " " + line.text(table);
+			clients += " " + table + " " + line.text(table);
 		}
 	}
 	if (!clients.empty()) {
@@ -150,7 +168,7 @@ void print_status(std::ostream &out, const Status &status)
 	    << "module: debug " << module.number("debug_level") << " dns-filter "
 	    << (module.number("dns_filter") != 0 ? "on" : "off") << " cached-addresses "
 	    << module.number("cached_addresses");
-	for (const char *const table : common_tables) {
+	for (const std::string &table : common_tables()) {
 		out << ' ' << table << ' ' << module.number(table);
 	}
 	out << '\n';
@@ -208,7 +226,7 @@ Json json_of(const StatusLine &line)
 		interface["disconnection_behavior"] = named(behavior_names(), line, "disconnection_behavior");
 		interface["disconnection_status"] = named(status_names(), line, "disconnection_status");
 		Json clients = Json::object();
-		for (const char *const table : interface_tables) {
+		for (const std::string &table : interface_tables()) {
 			clients[table] = line.number(table);
 		}
 		interface["clients"] = clients;
@@ -220,7 +238,7 @@ Json json_of(const Status &status)
 {
 	const StatusLine &module = status.module;
 	Json clients = Json::object();
-	for (const char *const table : common_tables) {
+	for (const std::string &table : common_tables()) {
 		clients[table] = module.number(table);
 	}
 	Json json = {
@@ -316,14 +334,14 @@ Action show_metrics()
 		}
 		head(out, "captive_portal_clients", "Entries of the client tables.", "gauge");
 		for (const StatusLine &line : status.interfaces) {
-			for (const char *const table : interface_tables) {
+			for (const std::string &table : interface_tables()) {
 				if (line.has(table)) {
 					out << "captive_portal_clients{" << label("interface", line.text("name")) << ','
 					    << label("table", table) << "} " << line.number(table) << '\n';
 				}
 			}
 		}
-		for (const char *const table : common_tables) {
+		for (const std::string &table : common_tables()) {
 			out << "captive_portal_clients{" << label("interface", "all") << ',' << label("table", table)
 			    << "} " << status.module.number(table) << '\n';
 		}
