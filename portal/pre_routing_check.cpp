@@ -259,7 +259,7 @@ cp_verdict judge_special_marks(Packet packet, IngressBridge &bridge)
 
 	const Identity identity = refresh_ap_identity(bridge.name());
 	if (identity == Identity::unknown) {
-		return CP_ACCEPT;
+		return accept(row, CP_REASON_PASS_NO_IDENTITY);
 	}
 	const bool verbose = debug_level_reaches(3);
 	if (identity == Identity::refreshed && verbose) {
