@@ -40,14 +40,29 @@ void write_module(cp_status_text *out)
 	cp_status_print(out, "\n");
 }
 
-// What commands change together is read together.
-void write_portal_state(const cp_row &row, cp_status_text *out)
+// What commands change together is read together. It becomes text without the lock.
+struct PortalState {
+	uint32_t mode;
+	uint32_t walled_garden;
+	uint32_t block_https;
+	char logout[CP_DOTTED_QUAD_SIZE];
+};
+
+[[nodiscard]] PortalState read_portal_state(const cp_row &row)
 {
 	const LockGuard guard(Lock::cp);
+	PortalState state = {row.cp_mode, row.cp_walled_garden, row.block_https, {}};
+	__builtin_memcpy(state.logout, row.logout_ip, sizeof(state.logout));
+	return state;
+}
+
+void write_portal_state(const cp_row &row, cp_status_text *out)
+{
+	const PortalState state = read_portal_state(row);
 	cp_status_print(out, " mark=0x%x http_port=%u https_port=%u mode=%u walled_garden=%u block_https=%u",
-			load_word(row.mark), load_word(row.http_port), load_word(row.https_port), row.cp_mode,
-			row.cp_walled_garden, row.block_https);
-	print_text(out, "logout", text_of_field(row.logout_ip));
+			load_word(row.mark), load_word(row.http_port), load_word(row.https_port), state.mode,
+			state.walled_garden, state.block_https);
+	print_text(out, "logout", text_of_field(state.logout));
 }
 
 void write_row(uint32_t row, cp_status_text *out)

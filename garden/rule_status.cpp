@@ -41,12 +41,17 @@ void write_default_rules(cp_status_text *out)
 
 void write_garden_state(uint32_t row, cp_status_text *out)
 {
-	const LockGuard guard(Lock::walledgarden);
+	uint32_t enable_value = 0;
 	uint32_t rules = 0;
-	for (const wg_rule_node *rule = walled_garden_table[row].rule_list; rule != nullptr; rule = rule->next) {
-		++rules;
+	{
+		const LockGuard guard(Lock::walledgarden);
+		enable_value = walled_garden_table[row].enable_value;
+		for (const wg_rule_node *rule = walled_garden_table[row].rule_list; rule != nullptr;
+		     rule = rule->next) {
+			++rules;
+		}
 	}
-	cp_status_print(out, " garden=%u rules=%u", walled_garden_table[row].enable_value, rules);
+	cp_status_print(out, " garden=%u rules=%u", enable_value, rules);
 }
 
 } // namespace captive_portal

@@ -16,9 +16,9 @@ namespace captive_portal
 struct table_list_entry;
 
 // One row of captive_portal_table. Writers of `cp_mode`, `cp_walled_garden`, `block_https`, `logout_ip` and
-// `logout_address` hold cp_lock; all but the text are also read without it, as words. `table_list`, its tail and its length belong to
-// change_ip_port_lock. Mark and ports are written once, at start, when the hooks run already, and read as words without
-// a lock.
+// `logout_address` hold cp_lock; all but the text are also read without it, as words. `table_list`, its tail and its length
+// belong to change_ip_port_lock. Mark and ports are written once, at start, when the hooks run already, and read as words
+// without a lock.
 struct cp_row {
 	uint32_t mark;
 	uint16_t http_port;  // host order
