@@ -32,10 +32,21 @@ constexpr uint32_t longest_escape = 4;
 	return out;
 }
 
-constexpr uint32_t special_row_count = uint32_t{CP_COUNTER_ROWS} - CP_WIRELESS_INTERFACES;
-constexpr const char *special_rows[special_row_count] = {"special-mark", "mode-7", "social-login", "mirel", "other"};
-static_assert(CP_ROW_SPECIAL_MARK == CP_WIRELESS_INTERFACES && CP_ROW_MODE_7 == CP_WIRELESS_INTERFACES + 1 &&
-	      CP_ROW_SOCIAL_LOGIN == CP_WIRELESS_INTERFACES + 2 && CP_ROW_MIREL == CP_WIRELESS_INTERFACES + 3);
+[[nodiscard]] const char *special_row_name(uint32_t row)
+{
+	switch (row) {
+	case CP_ROW_SPECIAL_MARK:
+		return "special-mark";
+	case CP_ROW_MODE_7:
+		return "mode-7";
+	case CP_ROW_SOCIAL_LOGIN:
+		return "social-login";
+	case CP_ROW_MIREL:
+		return "mirel";
+	default:
+		return "other";
+	}
+}
 
 } // namespace
 
@@ -54,9 +65,7 @@ void print_text(cp_status_text *out, const char *key, Text text)
 
 void print_address(cp_status_text *out, const char *key, Ipv4Address address)
 {
-	uint8_t octets[4];
-	__builtin_memcpy(octets, &address.raw, sizeof(octets));
-	cp_status_print(out, " %s=%u.%u.%u.%u", key, octets[0], octets[1], octets[2], octets[3]);
+	cp_status_print(out, " %s=%pI4", key, &address);
 }
 
 void print_mac(cp_status_text *out, const char *key, const MacAddress &mac)
@@ -67,7 +76,7 @@ void print_mac(cp_status_text *out, const char *key, const MacAddress &mac)
 void print_row_name(cp_status_text *out, const char *key, uint32_t row)
 {
 	if (row >= CP_WIRELESS_INTERFACES) {
-		cp_status_print(out, " %s=%s", key, special_rows[row - CP_WIRELESS_INTERFACES]);
+		cp_status_print(out, " %s=%s", key, special_row_name(row));
 		return;
 	}
 	char name[CP_INTERFACE_NAME_SIZE];
