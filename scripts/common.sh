@@ -104,10 +104,16 @@ module_arguments() {
 	[[ $1 != um-debug ]] || echo CP_TEST_KNOBS=y
 }
 
-# configure_cmake SOURCE BUILD [ARGUMENT...]  a build directory of the cache may have been another checkout's.
+# configure_cmake SOURCE BUILD [ARGUMENT...]  what of the checkout is built is a copy of it beside the build directory
+# (BUILD.tree), so that one more checkout compiles again only what differs.
 configure_cmake() {
-	if [[ -f $2/CMakeCache.txt ]] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$1" "$2/CMakeCache.txt"; then
+	local source=$1
+	if [[ $source/ == "$project_root"/* ]]; then
+		copy_files "$project_root" "$2.tree" --exclude .git --exclude '/build*'
+		source=$2.tree${source#"$project_root"}
+	fi
+	if [[ -f $2/CMakeCache.txt ]] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$source" "$2/CMakeCache.txt"; then
 		rm -rf "$2"
 	fi
-	cmake -S "$1" -B "$2" -G Ninja "${@:3}"
+	cmake -S "$source" -B "$2" -G Ninja "${@:3}"
 }

@@ -52,14 +52,13 @@ stage_style() {
 
 stage_tidy() {
 	need_packages "${style_packages[@]}" "${host_packages[@]}"
-	local build=$cache_dir/build/host-address
-	[[ -s $build/compile_commands.json ]] || configure_host address
-	check clang-tidy tidy "$build"
+	with_cache_lock host-address configure_host address
+	check clang-tidy tidy "$cache_dir/build/host-address"
 }
 
 tidy() {
-	find "$project_root"/{base,core,gatekeeper,portal,garden,platform/host,tools} -name '*.cpp' -print0 |
-		xargs -0 -n 1 -P "$(nproc)" clang-tidy -p "$1" --quiet --warnings-as-errors='*'
+	find "$1.tree"/{base,core,gatekeeper,portal,garden,platform/host,tools} -name '*.cpp' -print0 |
+		xargs -0 "$project_root/scripts/tidy.py" "$1" "$cache_dir/tidy"
 }
 
 # --- tests of the tests, and inputs that nobody wrote ----------------------------
@@ -80,7 +79,7 @@ stage_mutants() {
 
 stage_fuzz() {
 	check "every kept input, and the branches that they reach" "$project_root/run" fuzz --replay
-	check "a minute of each target" "$project_root/run" fuzz 1
+	check "half a minute of each target" "$project_root/run" fuzz 30s
 }
 
 # The seed is a number, for whoever wants to repeat the run.
@@ -98,14 +97,18 @@ configure_host() {
 	configure_cmake "$project_root" "$cache_dir/build/host-$1" -DCAPTIVE_PORTAL_SANITIZE="$1"
 }
 
+build_host() {
+	configure_host "$1"
+	cmake --build "$cache_dir/build/host-$1" -j"$(nproc)" -- -k 0
+}
+
 # CTest's report names every test case on a line of its own.
 host_tests() {
 	local sanitizer=$1 build=$cache_dir/build/host-$1 report
 	report=$build/ctest.xml
 	need_packages "${host_packages[@]}"
 	rm -f "$report"
-	configure_host "$sanitizer"
-	cmake --build "$build" -j"$(nproc)" -- -k 0
+	with_cache_lock "host-$sanitizer" build_host "$sanitizer"
 	ctest --test-dir "$build" -j"$(nproc)" --timeout 300 --output-on-failure --no-tests=error \
 		--output-junit "$report" >"$build/ctest.log" 2>&1 || tail -n 200 "$build/ctest.log"
 	awk -v RS='<testcase ' 'NR > 1 {
