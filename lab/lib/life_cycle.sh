@@ -7,6 +7,7 @@
 #   median_unload             the one in the middle
 #   kernel_memory             KiB that the kernel holds for itself and no program can get back
 #   figure TEXT...            a line that "./run life-cycle" prints at its end
+#   make_portal_bench         a bench with one client, and a table of frames
 #
 # $LIFE_CYCLE_... are the wishes of a long run; a case says what it does without.
 
@@ -43,3 +44,17 @@ kernel_memory() {
 }
 
 figure() { printf 'FIGURE: %s: %s\n' "$CASE" "$*"; }
+
+# make_portal_bench  client-1-1 and what becomes of three of its frames without the portal and with it: the table $frames.
+make_portal_bench() {
+	make_frame_bench 1-1
+	frames=$CASE_DIR/frames
+	cat >"$frames" <<-'END_OF_TABLE'
+		                             | off  | on
+		tcp/203.0.113.10/80          | same | redirect:10081
+		icmp/203.0.113.10            | same | drop
+		dns/203.0.113.53             | same | same
+	END_OF_TABLE
+	from_client 1-1
+	record_frames "$frames"
+}

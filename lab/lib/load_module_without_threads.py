@@ -5,12 +5,12 @@ usage: load_module_without_threads.py MODULE
 Prints "loaded", or the error's name.
 """
 
-import ctypes
 import errno
 import os
 import sys
 
-FINIT_MODULE = 313  # x86-64, User Mode Linux as well
+from system_calls import load_module
+
 THREADS = "/proc/sys/kernel/threads-max"
 
 
@@ -20,18 +20,18 @@ def written(name, text):
 
 
 def main(module):
-    libc = ctypes.CDLL(None, use_errno=True)
-    libc.syscall.argtypes = [ctypes.c_long, ctypes.c_int, ctypes.c_char_p, ctypes.c_int]
     file = os.open(module, os.O_RDONLY)
     with open(THREADS) as limit:
         before = limit.read()
     written(THREADS, "1")
+    answer = "loaded"
     try:
-        result = libc.syscall(FINIT_MODULE, file, b"", 0)
-        error = ctypes.get_errno()
+        load_module(file)
+    except OSError as error:
+        answer = errno.errorcode[error.errno]
     finally:
         written(THREADS, before)
-    print("loaded" if result == 0 else errno.errorcode[error])
+    print(answer)
 
 
 main(sys.argv[1])

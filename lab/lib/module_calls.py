@@ -4,33 +4,25 @@ usage: module_calls.py MODULE   reads "load" or "unload" from standard input, ag
 microseconds that the call took, or with its error
 """
 
-import ctypes
 import os
 import sys
 import time
 
-DELETE_MODULE, FINIT_MODULE = 176, 313  # x86-64, User Mode Linux as well
-
-libc = ctypes.CDLL(None, use_errno=True)
-
-
-def load(file):
-    return libc.syscall(ctypes.c_long(FINIT_MODULE), file, b"", 0)
-
-
-def unload(_):
-    return libc.syscall(ctypes.c_long(DELETE_MODULE), b"captive_portal", os.O_NONBLOCK)
+from system_calls import load_module, unload_module
 
 
 def main(module):
     for word in sys.stdin:
         file = os.open(module, os.O_RDONLY)
-        call = {"load": load, "unload": unload}[word.strip()]
+        call = {"load": lambda: load_module(file), "unload": unload_module}[word.strip()]
         start = time.monotonic_ns()
-        result = call(file)
-        took = (time.monotonic_ns() - start) // 1000
+        try:
+            call()
+            answer = (time.monotonic_ns() - start) // 1000
+        except OSError as error:
+            answer = error.strerror
         os.close(file)
-        print(took if result == 0 else os.strerror(ctypes.get_errno()), flush=True)
+        print(answer, flush=True)
 
 
 main(sys.argv[1])

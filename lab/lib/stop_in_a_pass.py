@@ -6,14 +6,14 @@ Prints: the milliseconds that the unload took, the bucket that the pass had reac
 the first entry, 1024 when it was over), how many entries the pass looked at, and how long it took.
 """
 
-import ctypes
 import os
 import re
 import select
 import sys
 import time
 
-DELETE_MODULE = 176  # x86-64, User Mode Linux as well
+from system_calls import unload_module
+
 BEGIN = "[schedule_check]in while loop"
 STOP = "kthread_stop schedule_check_thread"
 END = "[schedule_check]out of loop"
@@ -28,8 +28,6 @@ def lines(log, seconds):
 
 
 def main(after):
-    libc = ctypes.CDLL(None, use_errno=True)
-    libc.syscall.argtypes = [ctypes.c_long, ctypes.c_char_p, ctypes.c_int]
     log = os.open("/dev/kmsg", os.O_RDONLY)
     os.lseek(log, 0, os.SEEK_END)
     began = None
@@ -41,8 +39,7 @@ def main(after):
         raise SystemExit("no pass began")
     time.sleep(float(after) / 1000)
     start = time.monotonic()
-    if libc.syscall(DELETE_MODULE, b"captive_portal", os.O_NONBLOCK):
-        raise SystemExit(f"unloading: {os.strerror(ctypes.get_errno())}")
+    unload_module()
     took = time.monotonic() - start
 
     reached, stop_at, looked_at, last = -1, None, 0, began

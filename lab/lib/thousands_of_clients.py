@@ -24,6 +24,7 @@ import time
 
 from frame_bytes import good_frame
 from frame_wire import Listener, Sender, wait_readable
+from system_calls import unload_module
 
 SET_CLIENTS, SET_WHITE, SET_GA_WHITE, SET_AUTH, SET_LOGIN, SET_FALLBACK, SET_MIREL_WHITE = 8, 0, 26, 2, 4, 31, 24
 FLUSH_PORTAL = 9
@@ -37,7 +38,6 @@ SLOT_BYTES = 24
 BATCH = 64
 # What is counted, and what the other sender pours.
 PING, OTHER = good_frame("icmp/203.0.113.10"), good_frame("udp/203.0.113.10/9999")
-DELETE_MODULE = 176  # number of the call
 # Addresses as the lab gives them to stations: the leak detector's reader knows these for clients of a list.
 STATION = b"\x02\x00\x00\x04"
 ADMITTED, STRANGER, MARKER = 0xFFFF, 0xFFFE, 0xFFFD
@@ -82,8 +82,7 @@ class Device:
     def close_and_unload(self):
         """With nothing between the two: what the last call left to be done later is due while the module goes."""
         os.close(self.file)
-        if libc.syscall(DELETE_MODULE, b"captive_portal", os.O_NONBLOCK):
-            raise SystemExit(f"the module does not unload: {os.strerror(ctypes.get_errno())}")
+        unload_module()
 
 
 class Clients:

@@ -20,10 +20,10 @@ import time
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "lib"))
 from frame_bytes import ACCESS_POINT_MAC, change_frame, dns_answer, ethernet, good_frame, ipv4, udp, UDP
 from frame_wire import packet_socket
+from system_calls import load_module, unload_module
 
 SUMMARY = "/proc/cp_dns_aRecord/summary"
 DEVICE = "/dev/CP_dev"
-DELETE_MODULE, INIT_MODULE = 176, 313
 SESSION = 8  # seconds, in which the expiry thread passes once at the start and once more after six
 CLIENTS = 300
 BATCH = 64
@@ -159,7 +159,8 @@ def pour(counts, name, processor, namespace, device, frames):
 # --- the proc file ------------------------------------------------------------------
 
 
-def read_summary(counts):
+def with_summary(counts, use):
+    """Opens the proc file and uses it 40 times, again and again; the file goes and comes back with the module."""
     while not counts.stopped:
         try:
             file = os.open(SUMMARY, os.O_RDWR)
@@ -168,38 +169,31 @@ def read_summary(counts):
             continue
         try:
             for number in range(40):
-                os.write(file, (b"all", b"mirel", b"wlan-1-1", b"198.18.0.3")[number % 4])
-                counts.add("writings of the proc file")
-                text = os.pread(file, (1 << 20, 4096, 300)[number % 3], 0)
-                if not text.startswith(b"Captive Portal DNS A Record Info, target="):
-                    raise SystemExit(f"a listing that is none: {text!r:.200}")
-                counts.add("readings of the proc file")
-                counts.add("addresses listed", text.count(b"IP="))
+                use(file, number)
                 time.sleep(0.003)
         except OSError as error:
             if error.errno != errno.EIO:
                 raise
         finally:
             os.close(file)
+
+
+def read_summary(counts):
+    def use(file, number):
+        os.write(file, (b"all", b"mirel", b"wlan-1-1", b"198.18.0.3")[number % 4])
+        counts.add("writings of the proc file")
+        text = os.pread(file, (1 << 20, 4096, 300)[number % 3], 0)
+        if not text.startswith(b"Captive Portal DNS A Record Info, target="):
+            raise SystemExit(f"a listing that is none: {text!r:.200}")
+        counts.add("readings of the proc file")
+        counts.add("addresses listed", text.count(b"IP="))
+
+    with_summary(counts, use)
 
 
 def read_summary_too(counts):
     """A second reader beside the one that counts."""
-    while not counts.stopped:
-        try:
-            file = os.open(SUMMARY, os.O_RDONLY)
-        except FileNotFoundError:
-            time.sleep(0.01)
-            continue
-        try:
-            for _ in range(40):
-                os.pread(file, 65536, 0)
-                time.sleep(0.003)
-        except OSError as error:
-            if error.errno != errno.EIO:
-                raise
-        finally:
-            os.close(file)
+    with_summary(counts, lambda file, _: os.pread(file, 65536, 0))
 
 
 # --- the network changes -------------------------------------------------------------
@@ -334,13 +328,7 @@ def wait_for(children):
 
 def load(module):
     with open(module, "rb") as file:
-        if libc.syscall(INIT_MODULE, file.fileno(), b"", 0):
-            raise OSError(ctypes.get_errno(), "the module does not load")
-
-
-def unload():
-    if libc.syscall(DELETE_MODULE, b"captive_portal", os.O_NONBLOCK):
-        raise OSError(ctypes.get_errno(), "the module does not unload")
+        load_module(file.fileno())
 
 
 def expiry_passes():
@@ -368,7 +356,7 @@ def one_life(counts, module, seed, length):
     wait_for([start(repeat, work, device, seed * 10 + number, end) for number, work in enumerate(works)])
     os.close(device.file)
     counts.add("expiry passes", expiry_passes())
-    unload()
+    unload_module()
     counts.add("unloads under all that")
 
 
