@@ -53,7 +53,8 @@ for ((round = 1; round <= rounds; round++)); do
 			((took <= slowest_unload)) || slowest_unload=$took
 			break
 		fi
-		expect_contains "the refusal" "is in use" "$said"
+		# rmmod looks first; an opener that comes behind that look is met by the kernel's.
+		[[ $said == *"is in use"* || $said == *"Resource temporarily unavailable"* ]] || fail "the refusal: $said"
 		refused=$((refused + 1))
 	done
 	# The node of a module that is gone: devtmpfs took it before the unload returned.

@@ -4,16 +4,7 @@
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 
-make_frame_bench 1-1
-frames=$CASE_DIR/frames
-cat >"$frames" <<'END_OF_TABLE'
-                             | off  | on
-tcp/203.0.113.10/80          | same | redirect:10081
-icmp/203.0.113.10            | same | drop
-dns/203.0.113.53             | same | same
-END_OF_TABLE
-from_client 1-1
-record_frames "$frames"
+make_portal_bench
 
 lines_with() { log_since_start | grep -cF -- "$1" || true; }
 portal_on() { cpctl interface set wlan-1-1 mode on; }
