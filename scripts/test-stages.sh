@@ -57,7 +57,7 @@ stage_tidy() {
 }
 
 tidy() {
-	find "$1.tree"/{base,core,gatekeeper,portal,garden,platform/host,tools} -name '*.cpp' -print0 |
+	find "$1.tree"/{base,core,gatekeeper,portal,garden,platform/host,lib,tools} -name '*.cpp' -print0 |
 		xargs -0 "$project_root/scripts/tidy.py" "$1" "$cache_dir/tidy"
 }
 

@@ -120,7 +120,7 @@ TEST_F(CpctlClient, AddSaysWhenTheModuleRefusesTheCommand)
 	answer_checks({0});
 	device.on(GATEKEEPER_IOCTL_SET, [](auto, size_t) { return -1; });
 	EXPECT_EQ(run({"client", "add", "white", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
-	EXPECT_EQ(err, "cpctl: command 8 of the control device: refused: is this cpctl as new as the module?\n");
+	EXPECT_EQ(err, "cpctl: command 8 of the control device: refused: is this program as new as the module?\n");
 }
 
 TEST_F(CpctlClient, DelSendsTheTablesSubCommand)

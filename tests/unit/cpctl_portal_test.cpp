@@ -29,9 +29,8 @@ TEST(Portal, JudgesTheResultOfACommand)
 {
 	using Judgement = std::pair<ExitCode, std::string>;
 	EXPECT_EQ(failure_of(0), (Judgement{ExitCode::done, ""}));
-	EXPECT_EQ(failure_of(-EPERM),
-		  (Judgement{ExitCode::refused, "command 7 of the control device: refused: is this cpctl "
-						"as new as the module?"}));
+	EXPECT_EQ(failure_of(-EPERM), (Judgement{ExitCode::refused, "command 7 of the control device: refused: is this "
+								    "program as new as the module?"}));
 	EXPECT_EQ(failure_of(-EINVAL),
 		  (Judgement{ExitCode::refused, "command 7 of the control device: refused: more rules "
 						"than a record holds"}));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "captive_portal/walled_garden.h"
+#include "captiveportal.h"
 
 namespace cpctl
 {
@@ -22,6 +23,10 @@ namespace cpctl
 // All of them, at most WG_RULES_PER_RECORD; more are a usage failure.
 [[nodiscard]] std::vector<wg_rule> parse_rules(const std::vector<std::string> &texts,
 					       wg_rule (*parse)(std::string_view text));
+
+// The same rule for libcaptiveportal, and back.
+[[nodiscard]] captiveportal_rule library_rule(const wg_rule &record);
+[[nodiscard]] wg_rule record_of(const captiveportal_rule &rule);
 
 // As parse_rule() takes it.
 [[nodiscard]] std::string format_rule(const wg_rule &rule);

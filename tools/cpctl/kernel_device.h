@@ -3,7 +3,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,11 +15,5 @@ namespace cpctl
 // Throws Failure(unavailable) with the reason and the remedy.
 [[nodiscard]] std::unique_ptr<ControlDevice> open_kernel_device(const std::string &path,
 								std::chrono::milliseconds wait);
-
-// Calls `attempt` (a descriptor, or a negative error number) until it gives something else than busy or `wait` has been
-// slept away through `pause`. Returns what the last attempt gave.
-[[nodiscard]] int open_patiently(const std::function<int()> &attempt,
-				 const std::function<void(std::chrono::milliseconds)> &pause,
-				 std::chrono::milliseconds wait);
 
 } // namespace cpctl

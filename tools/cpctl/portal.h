@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The module's commands as functions: records are built and their results judged here and nowhere else.
+// The module's commands as functions, over libcaptiveportal, which builds the records and judges their results.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "captive_portal/captive_portal.h"
+#include "captiveportal.h"
 #include "cpctl/addresses.h"
 #include "cpctl/client_tables.h"
 #include "cpctl/control_device.h"
@@ -47,7 +49,7 @@ class Portal
 {
 public:
 	// The device outlives this object.
-	explicit Portal(ControlDevice &device) : device_(device) {}
+	explicit Portal(ControlDevice &device);
 
 	// Portal settings of a row: `sub_command` names the setting; `value` and `text` as it needs them.
 	void set(cp_set_command sub_command, int32_t row, uint32_t value, std::string_view text = {});
@@ -77,12 +79,20 @@ public:
 	[[nodiscard]] Garden default_rules();
 
 private:
-	template <typename Record> void exchange(cp_command command, Record &record);
+	// What the library calls: the device, and what the device threw meanwhile.
+	struct Callee {
+		ControlDevice &device;
+		std::exception_ptr thrown;
 
-	[[nodiscard]] std::unique_ptr<gk_list_reply> read_list(gk_get_command sub_command, std::string_view interface,
-							       std::string_view owe_interface);
+		static long exchange(void *context, uint32_t command, void *record, size_t size) noexcept;
+		static long pass_value(void *context, uint32_t command, uint32_t value) noexcept;
+	};
 
-	ControlDevice &device_;
+	// Throws what a call of the library failed with, and returns any other result.
+	int judge(int result);
+
+	std::unique_ptr<Callee> callee_;
+	std::unique_ptr<captiveportal, void (*)(captiveportal *)> library_;
 };
 
 } // namespace cpctl
