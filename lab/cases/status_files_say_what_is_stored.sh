@@ -92,9 +92,27 @@ for _ in 1 2 3; do
 done
 
 step "where the name is taken, the module does without"
-# The same module under names of its own, but for the first text that is this name alone: the directory's.
+# The same module under names of its own, but for one text that is this name alone. Another is the module's own name, in
+# a section that comes before the texts or behind them.
 second=/run/captive_portaX.ko
-sed 's/captive_portal/captive_portaX/g; s/CP_dev/CP_deX/g' "$MODULE" | sed -z '0,/^captive_portaX$/s//captive_portal/' >"$second"
+expect_success python3 - "$MODULE" "$second" <<-'END'
+	import re, struct, sys
+	with open(sys.argv[1], "rb") as file:
+	    module = file.read()
+	sections, = struct.unpack_from("<Q", module, 0x28)
+	size, count, names = struct.unpack_from("<HHH", module, 0x3A)
+	headers = [struct.unpack_from("<IIQQQQ", module, sections + size * i) for i in range(count)]
+	for name, _, _, _, start, length in headers:
+	    name += headers[names][4]
+	    if module[name:module.index(b"\0", name)] == b".gnu.linkonce.this_module":
+	        own = range(start, start + length)
+	module = module.replace(b"captive_portal", b"captive_portaX").replace(b"CP_dev", b"CP_deX")
+	texts = [found.start() for found in re.finditer(rb"(?<=\0)captive_portaX(?=\0)", module) if found.start() not in own]
+	if len(texts) != 1:
+	    raise SystemExit(f"{len(texts)} texts are the directory's name")
+	with open(sys.argv[2], "wb") as file:
+	    file.write(module[:texts[0]] + b"captive_portal" + module[texts[0] + 14:])
+END
 before=$(cat $STATUS/status)
 insmod "$second"
 wait_until 10 "its device is there" test -c /dev/CP_deX

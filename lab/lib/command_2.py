@@ -1,4 +1,4 @@
-"""Calls the control device as a native or as a 32-bit program would.
+"""Calls the control device as a native or, on x86, as a 32-bit program would.
 
 A 32-bit system call is the instruction "int $0x80" with the 32-bit call numbers; it takes 32-bit addresses, so
 buffers and code lie below 4 GiB.
@@ -21,12 +21,13 @@ libc.mmap.restype = ctypes.c_void_p
 libc.mmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t] + [ctypes.c_int] * 3 + [ctypes.c_long]
 
 
-def low_page(executable=False):
-    """A page below 4 GiB, and after it nothing."""
+def page_before_nothing(kind, executable=False):
+    """A page, below 4 GiB for a 32-bit caller, and after it nothing."""
     protection = mmap.PROT_READ | mmap.PROT_WRITE | (mmap.PROT_EXEC if executable else 0)
-    address = libc.mmap(None, 2 * PAGE, protection, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | MAP_32BIT, -1, 0)
-    if address in (None, ctypes.c_void_p(-1).value) or address >= 1 << 32:
-        raise SystemExit("no page below 4 GiB")
+    low = MAP_32BIT if kind == "compat" else 0
+    address = libc.mmap(None, 2 * PAGE, protection, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS | low, -1, 0)
+    if address in (None, ctypes.c_void_p(-1).value) or (low and address >= 1 << 32):
+        raise SystemExit("no such page")
     libc.munmap(ctypes.c_void_p(address + PAGE), ctypes.c_size_t(PAGE))
     return address
 
@@ -40,7 +41,7 @@ def native_ioctl(device, command, address):
 def compat_ioctl():
     # push rbx; mov eax, 54; mov ebx, edi; mov ecx, esi; int 0x80; pop rbx; ret   (edx is the third argument already)
     code = b"\x53\xb8" + struct.pack("<I", IOCTL_32) + b"\x89\xfb\x89\xf1\xcd\x80\x5b\xc3"
-    page = low_page(executable=True)
+    page = page_before_nothing("compat", executable=True)
     ctypes.memmove(page, code, len(code))
     function = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_int, ctypes.c_uint, ctypes.c_uint)(page)
     return lambda device, command, address: function(device, command, address)
@@ -72,7 +73,7 @@ def answers_of_the_module(ioctl, device, address):
 def main(kind):
     ioctl = native_ioctl if kind == "native" else compat_ioctl()
     device = os.open("/dev/CP_dev", os.O_RDWR)
-    record = low_page()
+    record = page_before_nothing(kind)
 
     # The gateway's commands reach the module.
     ctypes.memmove(record, bytes([192, 168, 100, 254]), 4)
