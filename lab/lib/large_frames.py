@@ -61,7 +61,7 @@ def arrivals(listener, belongs, what, count=1):
 
 def expect_whole(what, found, frame, said):
     """One packet, as it was but for the rewrite, and with the same promise."""
-    expect(f"{what}: packets", 1, len(found))
+    expect(f"{what}: packets", [frame[:54].hex()], [got[:54].hex() for got, _ in found])
     got, vnet = found[0]
     expect(f"{what}: bytes", frame.hex(), got.hex())
     flags, kind, _, segment, start, offset = vnet
