@@ -189,15 +189,18 @@ class Bench:
         return number
 
 
-def jobs_of(frames, options, source):
-    forms = [form for word in options.forms.split("+") for form in expand(word)]
+def jobs_of(frames, options, bench):
+    asked = [form for word in options.forms.split("+") for form in expand(word)]
+    forms = [form for form in asked if bench.sender.gives(form)] or ["linear"]
+    if forms != asked:
+        print(f"    this kernel gives {'+'.join(forms)} alone of {options.forms}")
     jobs, what = [], []
     for words, frame, verdicts in frames:
         for form in forms:
             # A cut behind the end is no cut.
             if ":" in form and ETHERNET + int(form.split(":")[1]) > len(frame):
                 continue
-            jobs.append((form, with_number(frame, len(jobs), source)))
+            jobs.append((form, with_number(frame, len(jobs), bench.source)))
             what.append((f"{words} ({form})", verdicts))
     return jobs, what
 
@@ -286,7 +289,7 @@ def main():
 
     columns, frames = read_table(options.table)
     bench = Bench(options)
-    jobs, what = jobs_of(frames, options, bench.source)
+    jobs, what = jobs_of(frames, options, bench)
     if options.action == "flood":
         bench.flood(jobs)
     results = bench.run(jobs)

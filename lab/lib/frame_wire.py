@@ -5,7 +5,8 @@ Ways in, all as a packet of exactly these bytes:
     ring:N      a transmit ring's: N bytes behind the Ethernet header are linear, all others lie in page fragments
     frags:N     a tap device's, in fragments: N bytes linear, the others in one fragment
     crumbs:N    the same with the 15 bytes behind them in a fragment each
-Through a tap device "linear" is one piece as well.
+Through a tap device "linear" is one piece as well. Rings of old kernels give "ring:0" alone, tap devices of old kernels
+nothing in fragments: a sender says what it gives.
 
 One process holds all sockets, in whatever name space they live, and stays on one processor, so that a frame which is
 sent last arrives last.
@@ -13,6 +14,7 @@ sent last arrives last.
 
 import contextlib
 import ctypes
+import errno
 import fcntl
 import mmap
 import os
@@ -27,7 +29,7 @@ PACKET_AUXDATA, PACKET_VERSION, PACKET_TX_RING, PACKET_VNET_HDR, PACKET_STATISTI
 SO_RCVBUFFORCE, SO_SNDBUFFORCE = 33, 32
 TPACKET_V2, TPACKET2_DATA = 1, 32
 TP_STATUS_SEND_REQUEST, TP_STATUS_VLAN_VALID = 1, 0x10
-TUNSETIFF = 0x400454CA
+TUNSETIFF, TUNGETFEATURES = 0x400454CA, 0x800454CF
 IFF_TAP, IFF_NO_PI, IFF_VNET_HDR, IFF_NAPI, IFF_NAPI_FRAGS = 2, 0x1000, 0x4000, 0x10, 0x20
 VNET_HEADER = struct.Struct("<BBHHHH")
 VNET_NEEDS_CHECKSUM = 1
@@ -106,6 +108,28 @@ class Sender:
         self.plain = packet_socket(namespace, device, 0)
         self.ring = None
 
+    def gives(self, form):
+        way, _, linear = form.partition(":")
+        if way == "ring" and self.ring is None:
+            self.open_ring()
+        return way == "linear" or (way == "ring" and (linear == "0" or self.ring_takes_promises))
+
+    def open_ring(self):
+        self.ring_socket = packet_socket(self.namespace, self.device, 0)
+        size = struct.pack("<IIII", self.SLOT_BYTES, self.SLOTS, self.SLOT_BYTES, self.SLOTS)
+        self.ring_takes_promises = True
+        try:
+            self.ring_socket.setsockopt(SOL_PACKET, PACKET_TX_RING, size)
+        except OSError as error:
+            # An older ring takes frames alone, and leaves linear what every device asks for: the Ethernet header.
+            if error.errno != errno.EINVAL:
+                raise
+            self.ring_takes_promises = False
+            self.ring_socket.setsockopt(SOL_PACKET, PACKET_VNET_HDR, 0)
+            self.ring_socket.setsockopt(SOL_PACKET, PACKET_TX_RING, size)
+        self.ring = mmap.mmap(self.ring_socket.fileno(), self.SLOTS * self.SLOT_BYTES)
+        self.slot = 0
+
     def send(self, form, frame, vnet=(0, 0, 0, 0, 0, 0)):
         way, _, linear = form.partition(":")
         if way == "linear":
@@ -117,11 +141,9 @@ class Sender:
 
     def send_by_ring(self, frame, linear, vnet):
         if self.ring is None:
-            self.ring_socket = packet_socket(self.namespace, self.device, 0)
-            self.ring_socket.setsockopt(SOL_PACKET, PACKET_TX_RING,
-                                        struct.pack("<IIII", self.SLOT_BYTES, self.SLOTS, self.SLOT_BYTES, self.SLOTS))
-            self.ring = mmap.mmap(self.ring_socket.fileno(), self.SLOTS * self.SLOT_BYTES)
-            self.slot = 0
+            self.open_ring()
+        if not self.ring_takes_promises and (linear != 14 or any(vnet)):
+            raise ValueError("this kernel's transmit rings take no promises")
         at = self.slot * self.SLOT_BYTES
         deadline = time.monotonic() + 20
         while struct.unpack_from("<I", self.ring, at) != (0,):
@@ -130,7 +152,8 @@ class Sender:
                 raise RuntimeError("a slot of the transmit ring does not become free")
             time.sleep(0.001)
         kind, gso, _, *rest = vnet
-        data = VNET_HEADER.pack(kind, gso, min(linear, len(frame)), *rest) + frame
+        promise = VNET_HEADER.pack(kind, gso, min(linear, len(frame)), *rest) if self.ring_takes_promises else b""
+        data = promise + frame
         self.ring[at + TPACKET2_DATA:at + TPACKET2_DATA + len(data)] = data
         struct.pack_into("<II", self.ring, at, TP_STATUS_SEND_REQUEST, len(data))
         try:
@@ -149,12 +172,17 @@ class TapSender:
 
     def __init__(self, device, fragments=True, vnet=False):
         self.file = os.open("/dev/net/tun", os.O_RDWR)
+        features, = struct.unpack("<I", fcntl.ioctl(self.file, TUNGETFEATURES, bytes(4)))
+        self.fragments = fragments and bool(features & IFF_NAPI_FRAGS)
         flags = IFF_TAP | IFF_NO_PI
-        flags |= IFF_NAPI | IFF_NAPI_FRAGS if fragments else 0
+        flags |= IFF_NAPI | IFF_NAPI_FRAGS if self.fragments else 0
         flags |= IFF_VNET_HDR if vnet else 0
         fcntl.ioctl(self.file, TUNSETIFF, struct.pack("16sH22x", device.encode(), flags))
         self.vnet = vnet
         wait_for_port(device)
+
+    def gives(self, form):
+        return form == "linear" or self.fragments
 
     def send(self, form, frame, vnet=(0, 0, 0, 0, 0, 0)):
         way, _, linear = form.partition(":")
