@@ -64,6 +64,7 @@ TEST_F(CpctlCommandLine, HelpIsThereForEveryWordAndNeedsNoDevice)
 		{"interface", "show"},
 		{"interface", "owe"},
 		{"interface", "owe", "map"},
+		{"interface", "owe", "unmap"},
 		{"interface", "owe", "show"},
 		{"interface", "owe", "flush"},
 		{"garden"},
@@ -80,6 +81,9 @@ TEST_F(CpctlCommandLine, HelpIsThereForEveryWordAndNeedsNoDevice)
 		{"gateway", "show"},
 		{"dns-filter"},
 		{"debug"},
+		{"save"},
+		{"restore"},
+		{"upgrade"},
 	};
 	for (std::vector<std::string> words : commands) {
 		std::string name = "cpctl";

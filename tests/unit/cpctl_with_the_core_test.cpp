@@ -1,90 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // cpctl and the module's own core together: what one writes, the other understands.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <sstream>
+#include "tests/unit/cpctl_core.h"
 
 #include "base/debug_level.h"
-#include "cpctl/command_line.h"
 #include "garden/walled_garden.h"
 #include "portal/interface_table.h"
-#include "tests/support/host_test.h"
-#include "tests/support/user_buffer.h"
 
 namespace captive_portal::test
 {
 
 namespace
 {
-
-// The control device of the machine, with records in its user memory.
-class MachineDevice : public cpctl::ControlDevice
-{
-public:
-	explicit MachineDevice(host::Machine &machine, bool file_layer_answers)
-	    : machine_(machine), file_layer_answers_(file_layer_answers)
-	{
-		EXPECT_EQ(machine_.open(), 0);
-	}
-	MachineDevice(const MachineDevice &) = delete;
-	MachineDevice &operator=(const MachineDevice &) = delete;
-	~MachineDevice() override { EXPECT_EQ(machine_.release(), 0); }
-
-	long exchange(cp_command command, std::span<std::byte> record) override
-	{
-		if (command == CAPTIVE_PORTAL_IOCTL_GET && file_layer_answers_) {
-			const uint32_t block_size = 4096;
-			std::memcpy(record.data(), &block_size, sizeof(block_size));
-			return 0;
-		}
-		UserBuffer user(machine_, record.size());
-		user.write(record);
-		const long result = machine_.ioctl(command, user.address());
-		std::ranges::copy(user.read(), record.begin());
-		return result;
-	}
-
-	long pass_value(cp_command command, uint32_t value) override { return machine_.ioctl(command, value); }
-
-private:
-	host::Machine &machine_;
-	bool file_layer_answers_;
-};
-
-class CpctlWithTheCore : public HostTest
-{
-protected:
-	void SetUp() override { load_module(); }
-
-	int run(const std::vector<std::string> &words)
-	{
-		std::ostringstream out_stream;
-		std::ostringstream err_stream;
-		const auto open = [this](const std::string &, std::chrono::milliseconds) {
-			return std::make_unique<MachineDevice>(machine, file_layer_answers);
-		};
-		const auto read_status_file = [this](const std::string &name) { return machine.status_text(name); };
-		const cpctl::ExitCode code =
-			cpctl::run_command_line(words, {open, read_status_file}, out_stream, err_stream);
-		out = out_stream.str();
-		err = err_stream.str();
-		return static_cast<int>(code);
-	}
-
-	// A command that is done, without a word on the error output; returns the answer.
-	std::string answer(const std::vector<std::string> &words)
-	{
-		EXPECT_EQ(run(words), 0) << err;
-		EXPECT_EQ(err, "");
-		return out;
-	}
-
-	bool file_layer_answers = false;
-	std::string out;
-	std::string err;
-};
 
 TEST_F(CpctlWithTheCore, ClientsComeAndGoInEveryTable)
 {
@@ -142,8 +68,7 @@ TEST_F(CpctlWithTheCore, FlushOneByOneReachesBehindTheEndOfAReply)
 		record.mac[0] = 0x02;
 		record.mac[4] = static_cast<uint8_t>(i >> 8);
 		record.mac[5] = static_cast<uint8_t>(i);
-		MachineDevice device(machine, false);
-		ASSERT_EQ(device.exchange(GATEKEEPER_IOCTL_SET, std::as_writable_bytes(std::span(&record, 1))), 0);
+		send(GATEKEEPER_IOCTL_SET, record);
 	}
 	(void)answer({"client", "flush", "login", "wlan-1-1"});
 	EXPECT_EQ(answer({"client", "show", "login", "wlan-1-1"}), "");
@@ -156,8 +81,7 @@ TEST_F(CpctlWithTheCore, DelTakesDuplicatesThatADaemonMade)
 	std::memcpy(record.iface, "wlan-1-1", 8);
 	std::memcpy(record.mac, "\x02\x00\x5e\x10\x00\x01", 6);
 	for (int i = 0; i < 3; i++) {
-		MachineDevice device(machine, false);
-		ASSERT_EQ(device.exchange(GATEKEEPER_IOCTL_SET, std::as_writable_bytes(std::span(&record, 1))), 0);
+		send(GATEKEEPER_IOCTL_SET, record);
 	}
 	(void)answer({"client", "del", "white", "02:00:5e:10:00:01", "wlan-1-1"});
 	EXPECT_EQ(answer({"client", "show", "white"}), "");

@@ -138,6 +138,14 @@ Action flush_portal_tables(const std::string &interface)
 
 } // namespace
 
+ClientChange client_change(ClientChange::Kind kind, const std::string &table, const std::string &mac,
+			   const std::string &interface)
+{
+	const List list = find_list(table, interface);
+	return {kind, &list.table, list.interface,
+		kind == ClientChange::Kind::add ? parse_station_mac(mac) : parse_mac(mac)};
+}
+
 Action add_client(const std::string &table, const std::string &mac_text, const std::string &interface)
 {
 	const List list = find_list(table, interface);

@@ -5,10 +5,15 @@
 
 #include <string>
 
+#include "cpctl/client_changes.h"
 #include "cpctl/session.h"
 
 namespace cpctl
 {
+
+// The same of add_client() and delete_client(), for many of them together.
+[[nodiscard]] ClientChange client_change(ClientChange::Kind kind, const std::string &table, const std::string &mac,
+					 const std::string &interface);
 
 // Adds the client unless it is listed already: a second entry would outlive one deletion.
 [[nodiscard]] Action add_client(const std::string &table, const std::string &mac, const std::string &interface);

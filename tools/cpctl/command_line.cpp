@@ -2,14 +2,18 @@
 #include "cpctl/command_line.h"
 
 #include <algorithm>
+#include <set>
 
 #include <CLI/CLI.hpp>
 
+#include "cpctl/batch.h"
 #include "cpctl/client_commands.h"
+#include "cpctl/configuration_commands.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
 #include "cpctl/status_commands.h"
 #include "cpctl/system_commands.h"
+#include "cpctl/upgrade.h"
 
 namespace cpctl
 {
@@ -38,7 +42,12 @@ struct Arguments {
 	double wait_seconds = 2;
 	bool json = false;
 	bool pretty = false;
+	std::string color = "auto";
 	bool statistics = false;
+	std::string batch;
+	bool force = false;
+	bool dry_run = false;
+	UpgradeFiles upgrade;
 
 	std::string table;
 	std::string mac;
@@ -64,6 +73,16 @@ public:
 			->capture_default_str();
 		app_.add_flag("-j,--json", arguments_.json, "Answer in JSON");
 		app_.add_flag("-p,--pretty", arguments_.pretty, "Answer in JSON that people can read");
+		app_.add_option("--color", arguments_.color,
+				"Colours: auto (on a terminal, without NO_COLOR), always, never")
+			->type_name("WHEN")
+			->capture_default_str();
+		app_.add_option("-b,--batch", arguments_.batch,
+				"Run the commands of a file, one a line; - is standard input")
+			->type_name("FILE")
+			->each([this](const std::string &) { app_.require_subcommand(0); });
+		app_.add_flag("--force", arguments_.force,
+			      "Batch: go on after failures. Upgrade: also when something is lost");
 		app_.footer(std::string(exit_codes_help));
 		app_.require_subcommand(1);
 		app_.fallthrough();
@@ -73,15 +92,47 @@ public:
 		describe_mirel();
 		describe_system();
 		describe_status();
+		describe_configuration();
 		label_usage();
 	}
 
 	// Throws CLI::ParseError and Failure.
 	void parse(std::vector<std::string> words)
 	{
+		arguments_ = {};
+		command_ = {};
+		answers_json_ = takes_force_ = not_in_files_ = false;
 		// The parser takes the words from the back.
 		std::ranges::reverse(words);
 		app_.parse(words);
+		if (!arguments_.batch.empty()) {
+			if (command_.action) {
+				throw usage_failure(
+					"--batch takes its commands from the file alone: leave the others out");
+			}
+			command_.action = run_batch(arguments_.batch, after_failure());
+		} else if (arguments_.force && !takes_force_) {
+			throw usage_failure("--force is for --batch and upgrade");
+		}
+	}
+
+	// A line of a file. Throws Failure.
+	ParsedCommand parse_line(const std::vector<std::string> &words)
+	{
+		try {
+			parse(words);
+		} catch (const CLI::ParseError &mistake) {
+			throw usage_failure(text_of(mistake));
+		}
+		for (const CLI::Option *option : app_.get_options()) {
+			if (option->count() != 0) {
+				throw usage_failure("options of cpctl itself go on its command line, not into a file");
+			}
+		}
+		if (not_in_files_) {
+			throw usage_failure("this command cannot be one of a file");
+		}
+		return std::move(command_);
 	}
 
 	// Prints help or version when the words asked for them, else the mistake.
@@ -91,15 +142,11 @@ public:
 			app_.exit(mistake, out, err);
 			return ExitCode::done;
 		}
-		// What the parser says of an unknown word, too, when a word that it knows has to come.
-		const bool word_missing = mistake.get_name() == "RequiredError" &&
-					  std::string_view(mistake.what()) == "A subcommand is required";
-		err << "cpctl: " << (word_missing ? "an object or a command is missing or not known" : mistake.what())
-		    << ": see --help, also after an object or a command\n";
+		err << "cpctl: " << text_of(mistake) << '\n';
 		return ExitCode::usage;
 	}
 
-	[[nodiscard]] const Action &action() const { return action_; }
+	[[nodiscard]] const Action &action() const { return command_.action; }
 	[[nodiscard]] const std::string &device() const { return arguments_.device; }
 
 	[[nodiscard]] JsonOutput json() const
@@ -113,8 +160,30 @@ public:
 		return arguments_.pretty ? JsonOutput::pretty : JsonOutput::compact;
 	}
 	[[nodiscard]] std::chrono::milliseconds wait() const { return checked_wait(arguments_.wait_seconds); }
+	[[nodiscard]] Paint paint(const Surroundings &surroundings) const
+	{
+		return Paint(wants_color(parse_color_choice(arguments_.color), surroundings.out_is_terminal,
+					 surroundings.no_color, surroundings.term));
+	}
 
 private:
+	static std::string text_of(const CLI::ParseError &mistake)
+	{
+		if (mistake.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+			return "help and version go on the command line";
+		}
+		// What the parser says of an unknown word, too, when a word that it knows has to come.
+		const bool word_missing = mistake.get_name() == "RequiredError" &&
+					  std::string_view(mistake.what()) == "A subcommand is required";
+		return (word_missing ? "an object or a command is missing or not known" : std::string(mistake.what())) +
+		       ": see --help, also after an object or a command";
+	}
+
+	[[nodiscard]] AfterFailure after_failure() const
+	{
+		return arguments_.force ? AfterFailure::go_on : AfterFailure::stop;
+	}
+
 	using MakeAction = std::function<Action(const Arguments &arguments)>;
 
 	// A word that has commands of its own.
@@ -130,9 +199,15 @@ private:
 	{
 		CLI::App *command = object.add_subcommand(name, description);
 		command->fallthrough();
-		command->callback([this, make] { action_ = make(arguments_); });
+		command->callback([this, command, make] {
+			command_.action = make(arguments_);
+			command_.sets = settings_.contains(command);
+		});
 		return command;
 	}
+
+	// Of the commands that set what a configuration has, and so may be in its file.
+	void sets_configuration(std::initializer_list<const CLI::App *> commands) { settings_.insert(commands); }
 
 	void add_table(CLI::App &command, const char *also = "")
 	{
@@ -158,12 +233,17 @@ private:
 	{
 		constexpr auto not_for_mirel = "wlan-1-1 to wlan-3-8; none for the mirel tables";
 		CLI::App &client = *add_object(app_, "client", "Tables of client MAC addresses");
-		CLI::App &add = *add_command(client, "add", "Add a client to a table", [](const Arguments &given) {
+		CLI::App &add = *add_command(client, "add", "Add a client to a table", [this](const Arguments &given) {
+			command_.client =
+				client_change(ClientChange::Kind::add, given.table, given.mac, given.interface);
 			return add_client(given.table, given.mac, given.interface);
 		});
-		CLI::App &del = *add_command(client, "del", "Delete a client from a table", [](const Arguments &given) {
-			return delete_client(given.table, given.mac, given.interface);
-		});
+		CLI::App &del =
+			*add_command(client, "del", "Delete a client from a table", [this](const Arguments &given) {
+				command_.client =
+					client_change(ClientChange::Kind::del, given.table, given.mac, given.interface);
+				return delete_client(given.table, given.mac, given.interface);
+			});
 		CLI::App &show = *add_command(client, "show", "List a table", [](const Arguments &given) {
 			return show_clients(given.table, given.interface);
 		});
@@ -180,6 +260,7 @@ private:
 		}
 		add_table(show);
 		add_interface(show, "All interfaces when left out");
+		sets_configuration({&add, &del, &flush});
 		add_table(flush, ", or portal: the five tables of an interface at once");
 		add_interface(flush, "wlan-1-1 to wlan-3-8, or all; none for the mirel tables");
 	}
@@ -191,7 +272,7 @@ private:
 			*add_command(interface, "set", "Change settings of an interface", [](const Arguments &given) {
 				return set_interface(given.interface, given.words);
 			});
-		add_interface(set, "wlan-1-1 to wlan-3-8")->required();
+		add_interface(set, "wlan-1-1 to wlan-3-8, or a row that has no interface, see below")->required();
 		set.add_option("SETTINGS", arguments_.words, "Names and values, see below")->required();
 		set.footer(std::string(interface_settings_help));
 
@@ -205,10 +286,15 @@ private:
 			[](const Arguments &given) { return map_owe_interface(given.owe_interface, given.interface); });
 		map.add_option("OWE_IFACE", arguments_.owe_interface, "wlan-1-14 to wlan-3-16")->required();
 		add_interface(map, "wlan-1-1 to wlan-3-8")->required();
+		CLI::App &unmap = *add_command(owe, "unmap", "Forget a companion", [](const Arguments &given) {
+			return unmap_owe_interface(given.owe_interface);
+		});
+		unmap.add_option("OWE_IFACE", arguments_.owe_interface, "wlan-1-14 to wlan-3-16")->required();
 		add_command(owe, "show", "List the companions",
 			    [](const Arguments &) { return show_owe_interfaces(); });
-		add_command(owe, "flush", "Forget every companion",
-			    [](const Arguments &) { return flush_owe_interfaces(); });
+		const CLI::App *const flush = add_command(owe, "flush", "Forget every companion",
+							  [](const Arguments &) { return flush_owe_interfaces(); });
+		sets_configuration({&set, &map, &unmap, flush});
 	}
 
 	void describe_garden()
@@ -220,7 +306,7 @@ private:
 			garden, "replace", "Replace switch and rules of an interface", [](const Arguments &given) {
 				return replace_garden(given.interface, given.value, given.words);
 			});
-		add_interface(replace, "wlan-1-1 to wlan-3-8")->required();
+		add_interface(replace, "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login or mirel")->required();
 		replace.add_option("SWITCH", arguments_.value, "on or off")->required();
 		add_rules(replace, "RULE", rule);
 
@@ -238,6 +324,7 @@ private:
 			*add_command(*add_mirel_garden(), "replace", "Replace switch and rules",
 				     [](const Arguments &given) { return replace_mirel_garden(given.words); });
 		add_rules(mirel_replace, "RULE", rule);
+		sets_configuration({&replace, &replace_defaults, &mirel_replace});
 		mirel_replace.footer("The first word may be on or off; without it the garden is on.");
 	}
 
@@ -251,6 +338,7 @@ private:
 	{
 		CLI::App &mode = *add_command(*mirel_, "mode", "Set its mode",
 					      [](const Arguments &given) { return set_mirel_mode(given.value); });
+		sets_configuration({&mode});
 		mode.add_option("MODE", arguments_.value, "off, on, internet-passes, drop-tcp, or a number")
 			->required();
 	}
@@ -270,6 +358,7 @@ private:
 		CLI::App &debug =
 			*add_command(app_, "debug", "Choose how much the packet path writes to the kernel log",
 				     [](const Arguments &given) { return set_debug_level(given.value); });
+		sets_configuration({&set, &filter, &debug});
 		debug.add_option("LEVEL", arguments_.value, "0 (nothing) to 3; the module starts with 1")->required();
 	}
 
@@ -286,6 +375,38 @@ private:
 			    [](const Arguments &) { return show_metrics(); });
 	}
 
+	void describe_configuration()
+	{
+		CLI::App &save = *add_command(app_, "save", "Write the whole configuration as commands",
+					      [](const Arguments &given) { return save_configuration(given.value); });
+		save.add_option("FILE", arguments_.value, "Standard output when left out");
+
+		CLI::App &restore = *add_command(
+			app_, "restore", "Make the configuration that of a file", [this](const Arguments &given) {
+				not_in_files_ = true;
+				return restore_configuration(given.value,
+							     given.dry_run ? RestoreRun::dry : RestoreRun::change);
+			});
+		restore.add_option("FILE", arguments_.value, "Of cpctl save; - is standard input")->required();
+		restore.add_flag("--dry-run", arguments_.dry_run, "Only show what would change");
+
+		CLI::App &upgrade = *add_command(
+			app_, "upgrade", "Load another module in the place of the running one, with its configuration",
+			[this](const Arguments &given) {
+				not_in_files_ = true;
+				takes_force_ = true;
+				return upgrade_module(given.upgrade, given.force);
+			});
+		upgrade.add_option("MODULE", arguments_.upgrade.module, "The new captive_portal.ko")->required();
+		upgrade.add_option("--old", arguments_.upgrade.old_module,
+				   "Loaded again when the new one cannot be; none: do without. What modinfo says if "
+				   "not given")
+			->type_name("FILE");
+		upgrade.add_option("--keep", arguments_.upgrade.kept, "Where the configuration is kept")
+			->type_name("FILE")
+			->capture_default_str();
+	}
+
 	// The formatter is shared by all commands, but the top has objects where they have commands.
 	void label_usage()
 	{
@@ -300,8 +421,12 @@ private:
 	CLI::App app_{"Control the captive portal module."};
 	CLI::App *mirel_ = nullptr;
 	Arguments arguments_;
-	Action action_;
+	std::set<const CLI::App *> settings_;
+	// What the last words were.
+	ParsedCommand command_;
 	bool answers_json_ = false;
+	bool takes_force_ = false;
+	bool not_in_files_ = false;
 };
 
 // The device is opened by the first command that it gets.
@@ -318,6 +443,7 @@ public:
 		return device().exchange(command, record);
 	}
 	long pass_value(cp_command command, uint32_t value) override { return device().pass_value(command, value); }
+	void close() { device_.reset(); }
 
 private:
 	ControlDevice &device()
@@ -334,6 +460,17 @@ private:
 	std::unique_ptr<ControlDevice> device_;
 };
 
+// One description of the commands for all lines: making it costs more than reading a line.
+ParseCommand line_parser()
+{
+	return [lines = std::shared_ptr<CommandLine>()](const std::vector<std::string> &words) mutable {
+		if (lines == nullptr) {
+			lines = std::make_shared<CommandLine>();
+		}
+		return lines->parse_line(words);
+	};
+}
+
 } // namespace
 
 ExitCode run_command_line(const std::vector<std::string> &words, const Module &module, std::ostream &out,
@@ -344,7 +481,18 @@ ExitCode run_command_line(const std::vector<std::string> &words, const Module &m
 		command_line.parse(words);
 		DeferredDevice device(module.open_device, command_line.device(), command_line.wait());
 		Portal portal(device);
-		command_line.action()({portal, module.read_status_file, out, err, command_line.json()});
+		const ParseCommand parse_command = line_parser();
+		command_line.action()({
+			.portal = portal,
+			.read_status_file = module.read_status_file,
+			.out = out,
+			.err = err,
+			.json = command_line.json(),
+			.paint = command_line.paint(module.surroundings),
+			.surroundings = &module.surroundings,
+			.parse_command = &parse_command,
+			.close_device = [&device] { device.close(); },
+		});
 	} catch (const CLI::ParseError &mistake) {
 		return command_line.explain(mistake, out, err);
 	} catch (const Failure &failure) {

@@ -12,6 +12,7 @@
 #include "cpctl/control_device.h"
 #include "cpctl/failure.h"
 #include "cpctl/status_files.h"
+#include "cpctl/surroundings.h"
 
 namespace cpctl
 {
@@ -24,6 +25,7 @@ using OpenDevice =
 struct Module {
 	OpenDevice open_device;
 	ReadStatusFile read_status_file;
+	Surroundings surroundings = {};
 };
 
 // Runs the command that `words` (without the program's name) ask for. The device is opened after all of them have been

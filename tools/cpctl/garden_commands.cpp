@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/garden_commands.h"
 
+#include "cpctl/configuration.h"
 #include "cpctl/failure.h"
 #include "cpctl/garden_rules.h"
 #include "cpctl/interface_names.h"
+#include "cpctl/row_names.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
@@ -40,6 +42,14 @@ void require_rules(const std::string &subject, const Garden &stored, const Garde
 	}
 }
 
+// The module's getter knows the rows of interfaces only.
+Garden stored_garden(const Session &session, uint32_t row)
+{
+	return row < CP_WIRELESS_INTERFACES ?
+		       session.portal.garden(row) :
+		       read_configuration(session.read_status_file).configuration.rows[row].garden;
+}
+
 void print_rules(const Session &session, const Garden &garden)
 {
 	for (const std::string &text : texts_of(garden)) {
@@ -51,11 +61,11 @@ void print_rules(const Session &session, const Garden &garden)
 
 Action replace_garden(const std::string &name, const std::string &on_or_off, const std::vector<std::string> &rules)
 {
-	const Interface interface = parse_interface(name);
-	const Garden wanted = {parse_name(switch_names(), on_or_off, "switch"), parse_rules(rules, parse_rule)};
+	const Interface interface = parse_row(name);
+	const Garden wanted = {parse_value(switch_names(), on_or_off, "switch"), parse_rules(rules, parse_rule)};
 	return [interface, wanted](const Session &session) {
 		session.portal.set_garden(UPDATE_RULE, static_cast<int32_t>(interface.row), wanted);
-		const Garden stored = session.portal.garden(interface.row);
+		const Garden stored = stored_garden(session, interface.row);
 		require_rules(interface.name, stored, wanted);
 		if (stored.enable_value != wanted.enable_value) {
 			throw refusal(interface.name + ": the garden is not switched as was set");

@@ -6,19 +6,32 @@
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 #include "cpctl/quoted.h"
+#include "cpctl/row_names.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
 {
+
+StatusLine status_of_row(const Session &session, uint32_t row)
+{
+	for (const StatusLine &line : parse_status_lines(session.read_status_file("status"))) {
+		if (line.keyword() == "interface" && line.number("index") == row) {
+			return line;
+		}
+	}
+	throw Failure(ExitCode::unavailable, "the module's status does not speak of " + interface_of_row(row).name);
+}
 
 const std::string_view interface_settings_help =
 	"SETTINGS, one or more of:\n"
 	"  mode off|on|internet-passes|drop-tcp|NUMBER   the portal\n"
 	"  block-https pass|block|redirect|NUMBER        HTTPS of clients that are not logged in\n"
 	"  logout ADDRESS|none                           the address whose visit logs a client out\n"
-	"  garden on|off                                 the walled garden; its rules stay\n"
+	"  garden on|off|NUMBER                          the walled garden; its rules stay\n"
+	"  cp-walled-garden on|off|NUMBER                kept for the portal's daemon, without effect\n"
 	"  disconnection drop-all|pass-all|pass-dhcp|NUMBER connected|disconnected|NUMBER\n"
-	"                                                what passes while the uplink is away, and whether it is";
+	"                                                what passes while the uplink is away, and whether it is\n"
+	"The rows special-mark, mode-7, social-login and mirel have all of these but disconnection.";
 
 namespace
 {
@@ -43,10 +56,25 @@ struct Setting {
 		       " is not what was set though the module took the command: see the kernel log (dmesg)");
 }
 
+// A setting of one of the rows that have no interface, which no command shows as a whole.
+Action set_number_of_row(const Interface &interface, std::string_view setting, cp_set_command sub_command,
+			 const char *key, uint32_t value)
+{
+	return [=](const Session &session) {
+		session.portal.set(sub_command, static_cast<int32_t>(interface.row), value);
+		if (status_of_row(session, interface.row).number(key) != value) {
+			throw not_stored(interface, setting);
+		}
+	};
+}
+
 // A portal setting that command 2 shows, where it reaches the module.
 Action set_number(const Interface &interface, std::string_view setting, cp_set_command sub_command,
-		  uint32_t cp_status::*member, uint32_t value)
+		  uint32_t cp_status::*member, const char *key, uint32_t value)
 {
+	if (interface.row >= CP_WIRELESS_INTERFACES) {
+		return set_number_of_row(interface, setting, sub_command, key, value);
+	}
 	return [=](const Session &session) {
 		session.portal.set(sub_command, static_cast<int32_t>(interface.row), value);
 		const auto status = session.portal.status(interface.row);
@@ -58,13 +86,13 @@ Action set_number(const Interface &interface, std::string_view setting, cp_set_c
 
 Action set_mode(const Interface &interface, Words words)
 {
-	return set_number(interface, "mode", CAPTIVE_PORTAL, &cp_status::cp_mode,
+	return set_number(interface, "mode", CAPTIVE_PORTAL, &cp_status::cp_mode, "mode",
 			  parse_value(mode_names(), words[0], "mode"));
 }
 
 Action set_block_https(const Interface &interface, Words words)
 {
-	return set_number(interface, "block-https", BLOCK_HTTPS, &cp_status::block_https,
+	return set_number(interface, "block-https", BLOCK_HTTPS, &cp_status::block_https, "block_https",
 			  parse_value(block_https_names(), words[0], "value of block-https"));
 }
 
@@ -81,17 +109,30 @@ Action set_logout(const Interface &interface, Words words)
 
 Action set_garden_switch(const Interface &interface, Words words)
 {
-	const uint32_t value = parse_name(switch_names(), words[0], "switch");
+	const uint32_t value = parse_value(switch_names(), words[0], "switch");
 	return [=](const Session &session) {
 		session.portal.set_garden(WALLED_GARDEN, static_cast<int32_t>(interface.row), {value, {}});
-		if (session.portal.garden(interface.row).enable_value != value) {
+		const uint32_t stored =
+			interface.row < CP_WIRELESS_INTERFACES ?
+				session.portal.garden(interface.row).enable_value :
+				static_cast<uint32_t>(status_of_row(session, interface.row).number("garden"));
+		if (stored != value) {
 			throw not_stored(interface, "garden");
 		}
 	};
 }
 
+Action set_cp_walled_garden(const Interface &interface, Words words)
+{
+	return set_number_of_row(interface, "cp-walled-garden", CP_WALLED_GARDEN, "walled_garden",
+				 parse_value(switch_names(), words[0], "value of cp-walled-garden"));
+}
+
 Action set_disconnection(const Interface &interface, Words words)
 {
+	if (interface.row >= CP_WIRELESS_INTERFACES) {
+		throw usage_failure(interface.name + " has no disconnection behaviour: only interfaces have one");
+	}
 	const Disconnection wanted = {parse_value(behavior_names(), words[0], "disconnection behaviour"),
 				      parse_value(status_names(), words[1], "disconnection status")};
 	return [=](const Session &session) {
@@ -108,6 +149,7 @@ constexpr std::array settings_of_interface = {
 	Setting{"block-https", 1, set_block_https},
 	Setting{"logout", 1, set_logout},
 	Setting{"garden", 1, set_garden_switch},
+	Setting{"cp-walled-garden", 1, set_cp_walled_garden},
 	Setting{"disconnection", 2, set_disconnection},
 };
 
@@ -118,9 +160,8 @@ const Setting &find_setting(const std::string &name)
 			return setting;
 		}
 	}
-	throw usage_failure(quoted(name) +
-			    " is no setting of an interface: choose mode, block-https, logout, garden or "
-			    "disconnection");
+	throw usage_failure(quoted(name) + " is no setting of an interface: choose mode, block-https, logout, garden, "
+					   "cp-walled-garden or disconnection");
 }
 
 // Returns whether the kernel let the module answer.
@@ -147,7 +188,7 @@ bool show_row(const Session &session, uint32_t row)
 
 Action set_interface(const std::string &name, const std::vector<std::string> &settings)
 {
-	const Interface interface = parse_interface(name);
+	const Interface interface = parse_row(name);
 	std::vector<Action> actions;
 	Words rest = settings;
 	while (!rest.empty()) {
@@ -191,6 +232,19 @@ Action map_owe_interface(const std::string &owe_name, const std::string &name)
 		const std::string stored = session.portal.owe_mapping(owe.name);
 		if (stored != interface.name) {
 			throw refusal(owe.name + " is paired with " + (stored.empty() ? "nothing" : quoted(stored)) +
+				      " though the module took the command: see the kernel log (dmesg)");
+		}
+	};
+}
+
+Action unmap_owe_interface(const std::string &owe_name)
+{
+	const Interface owe = parse_owe_interface(owe_name);
+	return [owe](const Session &session) {
+		session.portal.unmap_owe(owe.name);
+		const std::string stored = session.portal.owe_mapping(owe.name);
+		if (!stored.empty()) {
+			throw refusal(owe.name + " is still paired with " + quoted(stored) +
 				      " though the module took the command: see the kernel log (dmesg)");
 		}
 	};

@@ -12,6 +12,9 @@
 namespace cpctl
 {
 
+// The line of the status file for a row, 0..27; throws Failure(unavailable) when there is none.
+[[nodiscard]] StatusLine status_of_row(const Session &session, uint32_t row);
+
 // The settings that set_interface() takes, for the help text.
 extern const std::string_view interface_settings_help;
 
@@ -23,6 +26,7 @@ extern const std::string_view interface_settings_help;
 [[nodiscard]] Action show_interface(const std::string &interface);
 
 [[nodiscard]] Action map_owe_interface(const std::string &owe_interface, const std::string &interface);
+[[nodiscard]] Action unmap_owe_interface(const std::string &owe_interface);
 [[nodiscard]] Action show_owe_interfaces();
 [[nodiscard]] Action flush_owe_interfaces();
 

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include "cpctl/command_line.h"
 #include "cpctl/kernel_device.h"
@@ -14,14 +17,33 @@ std::string read_status_file(const std::string &name)
 	return cpctl::read_kernel_status_file(cpctl::status_directory, name);
 }
 
+// Nothing else runs in this program, so nobody changes the environment meanwhile.
+std::string environment(const char *name)
+{
+	const char *const value = std::getenv(name);
+	return value == nullptr ? "" : value;
+}
+
+cpctl::Surroundings surroundings()
+{
+	return {
+		.out_is_terminal = isatty(STDOUT_FILENO) == 1,
+		.err_is_terminal = isatty(STDERR_FILENO) == 1,
+		.no_color = environment("NO_COLOR"),
+		.term = environment("TERM"),
+		.in = &std::cin,
+		.modules = &cpctl::running_kernel_modules(),
+	};
+}
+
 } // namespace
 
 int main(int count, char **words)
 {
 	try {
-		const cpctl::ExitCode code =
-			cpctl::run_command_line({words + 1, words + count},
-						{cpctl::open_kernel_device, read_status_file}, std::cout, std::cerr);
+		const cpctl::ExitCode code = cpctl::run_command_line(
+			{words + 1, words + count}, {cpctl::open_kernel_device, read_status_file, surroundings()},
+			std::cout, std::cerr);
 		if (!std::cout.flush()) {
 			std::cerr << "cpctl: the answer could not be written: is the disk full?\n";
 			return static_cast<int>(cpctl::ExitCode::unavailable);

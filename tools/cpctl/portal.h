@@ -64,6 +64,7 @@ public:
 	// Gatekeeper commands with an interface name, or "all" where the sub-command takes it, or an empty one.
 	void change_clients(gk_set_command sub_command, std::string_view interface, const MacAddress &mac = {});
 	void map_owe(std::string_view owe_interface, std::string_view interface);
+	void unmap_owe(std::string_view owe_interface);
 	void set_disconnection(std::string_view interface, Disconnection disconnection);
 
 	[[nodiscard]] ClientList clients(const ClientTable &table, std::string_view interface);

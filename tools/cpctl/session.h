@@ -5,9 +5,12 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
+#include "cpctl/color.h"
 #include "cpctl/portal.h"
 #include "cpctl/status_files.h"
+#include "cpctl/surroundings.h"
 
 namespace cpctl
 {
@@ -15,12 +18,23 @@ namespace cpctl
 // Whether answers are JSON, and whether with line breaks for people.
 enum class JsonOutput { none, compact, pretty };
 
+// A command of a file, checked (batch.h). Throws Failure(usage).
+struct ParsedCommand;
+using ParseCommand = std::function<ParsedCommand(const std::vector<std::string> &words)>;
+
 struct Session {
 	Portal &portal;
 	const ReadStatusFile &read_status_file;
 	std::ostream &out;
 	std::ostream &err;
 	JsonOutput json = JsonOutput::none;
+	// For pieces of `out`.
+	Paint paint = {};
+	// For commands that run others, and for those that unload the module; never null in an action.
+	const Surroundings *surroundings = nullptr;
+	const ParseCommand *parse_command = nullptr;
+	// The next command that needs the device opens it again.
+	std::function<void()> close_device = {};
 
 	void print(const std::string &line) const { out << line << '\n'; }
 	// Says on the error output what is no failure.

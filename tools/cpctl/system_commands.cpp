@@ -40,7 +40,7 @@ Action show_gateway()
 
 Action switch_dns_filter(const std::string &on_or_off)
 {
-	const uint32_t value = parse_name(switch_names(), on_or_off, "switch");
+	const uint32_t value = parse_value(switch_names(), on_or_off, "switch");
 	return [value](const Session &session) { session.portal.set(DNS_FILTER_ENABLE, 0, value); };
 }
 

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// cpctl over the module's own core.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+
+#include <unistd.h>
+
+#include "cpctl/command_line.h"
+#include "tests/support/host_test.h"
+#include "tests/support/user_buffer.h"
+
+namespace captive_portal::test
+{
+
+// The control device of the machine, with records in its user memory.
+class MachineDevice : public cpctl::ControlDevice
+{
+public:
+	// Counts the calls of each command.
+	MachineDevice(host::Machine &machine, bool file_layer_answers, std::map<int, size_t> &calls)
+	    : machine_(machine), file_layer_answers_(file_layer_answers), calls_(calls)
+	{
+		EXPECT_EQ(machine_.open(), 0);
+	}
+	MachineDevice(const MachineDevice &) = delete;
+	MachineDevice &operator=(const MachineDevice &) = delete;
+	~MachineDevice() override { EXPECT_EQ(machine_.release(), 0); }
+
+	long exchange(cp_command command, std::span<std::byte> record) override
+	{
+		++calls_[command];
+		if (command == CAPTIVE_PORTAL_IOCTL_GET && file_layer_answers_) {
+			const uint32_t block_size = 4096;
+			std::memcpy(record.data(), &block_size, sizeof(block_size));
+			return 0;
+		}
+		UserBuffer user(machine_, record.size());
+		user.write(record);
+		const long result = machine_.ioctl(command, user.address());
+		std::ranges::copy(user.read(), record.begin());
+		return result;
+	}
+
+	long pass_value(cp_command command, uint32_t value) override
+	{
+		++calls_[command];
+		return machine_.ioctl(command, value);
+	}
+
+private:
+	host::Machine &machine_;
+	bool file_layer_answers_;
+	std::map<int, size_t> &calls_;
+};
+
+class CpctlWithTheCore : public HostTest
+{
+protected:
+	void SetUp() override { load_module(); }
+
+	int run(const std::vector<std::string> &words)
+	{
+		std::ostringstream out_stream;
+		std::ostringstream err_stream;
+		std::istringstream in_stream(standard_input);
+		surroundings.in = &in_stream;
+		const auto open = [this](const std::string &, std::chrono::milliseconds) {
+			++openings;
+			return std::make_unique<MachineDevice>(machine, file_layer_answers, calls);
+		};
+		const auto read_status_file = [this](const std::string &name) { return machine.status_text(name); };
+		const cpctl::ExitCode code =
+			cpctl::run_command_line(words, {open, read_status_file, surroundings}, out_stream, err_stream);
+		out = out_stream.str();
+		err = err_stream.str();
+		return static_cast<int>(code);
+	}
+
+	// A command that is done, without a word on the error output; returns the answer.
+	std::string answer(const std::vector<std::string> &words)
+	{
+		EXPECT_EQ(run(words), 0) << err;
+		EXPECT_EQ(err, "");
+		return out;
+	}
+
+	// Sends a record past cpctl, as a daemon does.
+	template <typename Record> void send(cp_command command, Record record)
+	{
+		MachineDevice device(machine, false, calls);
+		ASSERT_EQ(device.exchange(command, std::as_writable_bytes(std::span(&record, 1))), 0);
+	}
+
+	// A file for the test alone, with this text.
+	std::string file_with(const std::string &text)
+	{
+		const std::string path = ::testing::TempDir() + "cpctl-" + std::to_string(getpid()) + "-" +
+					 ::testing::UnitTest::GetInstance()->current_test_info()->name() + "-" +
+					 std::to_string(files_++);
+		std::ofstream(path) << text;
+		return path;
+	}
+	static std::string text_of_file(const std::string &path)
+	{
+		std::ifstream file(path);
+		return {std::istreambuf_iterator<char>(file), {}};
+	}
+
+	bool file_layer_answers = false;
+	std::string standard_input;
+	cpctl::Surroundings surroundings;
+	// Of the device, all together and by command.
+	int openings = 0;
+	std::map<int, size_t> calls;
+	std::string out;
+	std::string err;
+
+private:
+	int files_ = 0;
+};
+
+} // namespace captive_portal::test
