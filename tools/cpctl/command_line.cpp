@@ -11,6 +11,7 @@
 #include "cpctl/configuration_commands.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
+#include "cpctl/self_description.h"
 #include "cpctl/status_commands.h"
 #include "cpctl/system_commands.h"
 #include "cpctl/upgrade.h"
@@ -134,6 +135,8 @@ public:
 		}
 		return std::move(command_);
 	}
+
+	[[nodiscard]] const CLI::App &app() const { return app_; }
 
 	// Prints help or version when the words asked for them, else the mistake.
 	[[nodiscard]] ExitCode explain(const CLI::ParseError &mistake, std::ostream &out, std::ostream &err) const
@@ -477,6 +480,10 @@ ExitCode run_command_line(const std::vector<std::string> &words, const Module &m
 			  std::ostream &err)
 {
 	CommandLine command_line;
+	if (const auto description = describe_itself(command_line.app(), words)) {
+		out << *description;
+		return ExitCode::done;
+	}
 	try {
 		command_line.parse(words);
 		DeferredDevice device(module.open_device, command_line.device(), command_line.wait());
