@@ -5,6 +5,7 @@
 #   log_since_start           what the kernel said since the case began
 #   expect_log TEXT           waits until a line has TEXT, letter for letter
 #   expect_no_log TEXT
+#   run_page NAME             what docs/NAME.md shows, as lib/page.py runs it
 
 load_module() {
 	insmod "$MODULE" "$@"
@@ -28,4 +29,9 @@ expect_no_log() {
 	local lines
 	lines=$(log_since_start | grep -F -- "$1" || true)
 	[[ -z $lines ]] || fail "the kernel's log should not have: $lines"
+}
+
+run_page() {
+	cd /payload
+	PATH=/payload/bin:$PATH expect_success python3 -S "$LAB/lib/page.py" "docs/$1.md"
 }
