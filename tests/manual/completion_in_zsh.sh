@@ -29,7 +29,7 @@ shift 2
 for words; do ask "$words"; done
 zpty -d shell
 ZSH
-got=$(timeout 60 zsh -f "$home/ask.zsh" "$home" "$directory" 'cl' 'client add ga' \
+got=$(timeout 240 zsh -f "$home/ask.zsh" "$home" "$directory" 'cl' 'client add ga' \
 	'client add login 02:00:5e:10:00:01 wlan-3-8' 'interface set wlan-1-1 mode dr' 'status --stat' 'gateway sh')
 wanted='cl = cpctl client
 client add ga = cpctl client add ga-white
