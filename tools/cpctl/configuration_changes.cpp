@@ -275,11 +275,12 @@ std::string text_of_configuration(const Configuration &configuration)
 	for (const ConfigurationChange &change : changes_between(Configuration(), with_commands(configuration))) {
 		if (part != change.part) {
 			part = change.part;
-			text += "\n" + std::string(heading(change.part)) + "\n";
+			text.append(1, '\n').append(heading(change.part)).append(1, '\n');
 		}
 		text += change.after + "\n";
 	}
-	return text + "\n" + std::string(last_line_of_configuration) + "\n";
+	text.append(1, '\n').append(last_line_of_configuration).append(1, '\n');
+	return text;
 }
 
 } // namespace cpctl
