@@ -54,7 +54,7 @@ TEST_F(CpctlCompletion, OffersTablesAndInterfaces)
 TEST_F(CpctlCompletion, OffersModesAndBehavioursOfSettings)
 {
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "mode", ""}), "off on internet-passes drop-tcp");
-	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", ""}), "mode block-https logout garden disconnection");
+	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", ""}), "mode block-https logout garden cp-walled-garden disconnection");
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "mode", "on", "b"}), "block-https");
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "disconnection", "pass"}), "pass-all pass-dhcp");
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "disconnection", "7", ""}), "connected disconnected");

@@ -30,9 +30,12 @@ namespace
 	return shown;
 }
 
-// A sentence of its own: the help's lines have no full stop.
-[[nodiscard]] std::string sentence(const std::string &text)
+// Each sentence on a line of its own, as the formatter wants it; the last of a help text has no full stop.
+[[nodiscard]] std::string sentences(std::string text)
 {
+	for (size_t end = 0; (end = text.find(". ", end)) != std::string::npos; ++end) {
+		text[end + 1] = '\n';
+	}
 	const bool ended = !text.empty() && text.back() == '.';
 	return escaped(text) + (ended ? "\n" : ".\n");
 }
@@ -50,7 +53,7 @@ namespace
 		}
 		separator = " ,";
 	}
-	return item + "\n" + sentence(option.description);
+	return item + "\n" + sentences(option.description);
 }
 
 [[nodiscard]] std::string parameter_words(const Parameter &parameter)
@@ -80,11 +83,11 @@ void write_command(std::ostream &out, const Command &command, const std::string 
 	for (const Parameter &parameter : command.parameters) {
 		out << ' ' << parameter_words(parameter);
 	}
-	out << '\n' << sentence(command.description);
+	out << '\n' << sentences(command.description);
 	if (!command.parameters.empty() || command.options.size() > 1) {
 		out << ".Bl -tag -width OWE_IFACE -compact\n";
 		for (const Parameter &parameter : command.parameters) {
-			out << ".It Ar " << escaped(parameter.name) << '\n' << sentence(parameter.description);
+			out << ".It Ar " << escaped(parameter.name) << '\n' << sentences(parameter.description);
 		}
 		for (const CommandOption &option : command.options) {
 			if (option.names.back() != "--help") {
@@ -125,7 +128,7 @@ std::string manual_sections(const Command &top)
 	for (const Command &object : top.commands) {
 		out << ".Ss " << escaped(object.name) << '\n';
 		if (!object.commands.empty()) {
-			out << sentence(object.description);
+			out << sentences(object.description);
 		}
 		out << ".Bl -tag -width Ds\n";
 		write_commands(out, object, object.name, top.footer);
