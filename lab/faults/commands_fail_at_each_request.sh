@@ -1,7 +1,7 @@
-# Every allocation that a command asks for fails once, and, where the kernel can
-# do that, every copy from and to the process: so do those of the proc file and
-# of the device's open. What fails says so and changes nothing, or what the
-# manual says of missing memory; afterwards the portal works as ever.
+# Every allocation of the slab that a command asks for fails once, and so do
+# those of the proc file and of the device's open. What fails says so and changes
+# nothing, or what the manual says of missing memory; afterwards the portal works
+# as ever. Where the kernel can do that, pages and copies fail as well.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 #
