@@ -97,11 +97,11 @@ copy_tree() {
 }
 
 # module_arguments KERNEL DIRECTORY  what make is told beside the tree to build the module for a kernel of the lab, one a
-# line. The debug kernel's module has the test knobs.
+# line. The debug kernels' modules have the test knobs.
 module_arguments() {
 	echo "ARCH=$(<"$2/arch")"
 	[[ ! -f $2/make ]] || grep . "$2/make" || true
-	[[ $1 != um-debug ]] || echo CP_TEST_KNOBS=y
+	case $1 in um-debug | um-faults) echo CP_TEST_KNOBS=y ;; esac
 }
 
 # configure_cmake SOURCE BUILD [ARGUMENT...]  what of the checkout is built is a copy of it beside the build directory

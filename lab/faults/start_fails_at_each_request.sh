@@ -1,7 +1,7 @@
-# Every allocation of the slab in a load fails once: the kernel's own, on behalf
-# of the module, and the module's. A load that fails leaves nothing, one that
-# succeeds all the same unloads like any other, and the next load is as good as
-# ever.
+# Every request of a load for an object of the slab, for pages, or for a copy
+# fails once: the kernel's own, on behalf of the module, and the module's. A load
+# that fails leaves nothing, one that succeeds all the same unloads like any
+# other, and the next load is as good as ever.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 #
