@@ -3,7 +3,10 @@
 
 #include <cerrno>
 
+#include <sys/stat.h>
+
 #include "captiveportal.h"
+#include "cpctl/device_holders.h"
 #include "cpctl/failure.h"
 
 namespace cpctl
@@ -31,12 +34,26 @@ private:
 	std::unique_ptr<captiveportal, void (*)(captiveportal *)> handle_;
 };
 
+// "; NAME (process NUMBER) has it", for those that are known to have the device open.
+std::string by_whom(const std::string &path)
+{
+	struct stat status = {};
+	if (::stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode)) {
+		return "";
+	}
+	std::string names;
+	for (const std::string &holder : holders_of_device("/proc", status.st_rdev)) {
+		names += (names.empty() ? "; " : ", ") + holder;
+	}
+	return names.empty() ? "" : names + " has it";
+}
+
 // The library says what is the matter; these are the words of the command line that help.
-std::string remedy(int result, int error)
+std::string remedy(const std::string &path, int result, int error)
 {
 	switch (result) {
 	case CAPTIVEPORTAL_BUSY:
-		return "; wait longer with --wait SECONDS";
+		return by_whom(path) + "; wait longer with --wait SECONDS";
 	case CAPTIVEPORTAL_UNAVAILABLE:
 		return error == ENOENT || error == ENXIO || error == ENODEV ? ", or name its file with -d" :
 		       error == ENOTTY                                      ? ": name its file with -d" :
@@ -53,7 +70,7 @@ std::unique_ptr<ControlDevice> open_kernel_device(const std::string &path, std::
 	captiveportal *handle = nullptr;
 	const int result = captiveportal_open(path.c_str(), static_cast<unsigned>(wait.count()), &handle);
 	if (result < 0) {
-		throw Failure(ExitCode::unavailable, captiveportal_error_text() + remedy(result, errno));
+		throw Failure(ExitCode::unavailable, captiveportal_error_text() + remedy(path, result, errno));
 	}
 	return std::make_unique<KernelDevice>(handle);
 }
