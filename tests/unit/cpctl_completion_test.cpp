@@ -2,6 +2,7 @@
 #include "cpctl/completion.h"
 
 #include "cpctl/command_tree.h"
+#include "cpctl/manual.h"
 #include "tests/unit/cpctl_test.h"
 
 namespace cpctl::test
@@ -54,7 +55,8 @@ TEST_F(CpctlCompletion, OffersTablesAndInterfaces)
 TEST_F(CpctlCompletion, OffersModesAndBehavioursOfSettings)
 {
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "mode", ""}), "off on internet-passes drop-tcp");
-	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", ""}), "mode block-https logout garden cp-walled-garden disconnection");
+	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", ""}),
+		  "mode block-https logout garden cp-walled-garden disconnection");
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "mode", "on", "b"}), "block-https");
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "disconnection", "pass"}), "pass-all pass-dhcp");
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "disconnection", "7", ""}), "connected disconnected");
@@ -110,15 +112,51 @@ TEST_F(CpctlManual, TellsOptionsAndCommands)
 		     "\n.It Fl j , Fl \\-json\nAnswer in JSON.\n",
 		     "\n.It Fl \\-wait Ar SECONDS\n",
 		     "\n.Sh COMMANDS\n.Ss client\nTables of client MAC addresses.\n",
-		     "\n.It Ic client add Ar TABLE Ar MAC Op Ar IFACE\nAdd a client to a table.\n",
-		     "\n.It Ic status Op Fl \\-statistics\n",
-		     "\n.It Ic garden replace Ar IFACE Ar SWITCH Op Ar RULE ...\n",
+		     "\n.It Ic client add Ar TABLE Ar MAC Oo Ar IFACE Oc\nAdd a client to a table.\n",
+		     "\n.It Ic status Oo Fl \\-statistics Oc\n",
+		     "\n.It Ic garden replace Ar IFACE Ar SWITCH Oo Ar RULE ... Oc\n",
 		     "\n  logout ADDRESS|none ",
 	     }) {
 		EXPECT_NE(out.find(part), std::string::npos) << part;
 	}
 	// What is below every command's help is told once, by hand.
 	EXPECT_EQ(out.find("Exit codes"), std::string::npos);
+}
+
+TEST_F(CpctlManual, EndsSentencesAndBrackets)
+{
+	const Command upgrade{
+		.name = "upgrade",
+		.description = "Load another",
+		.footer = "below all",
+		.options = {{.names = {"-h", "--help"}, .value = "", .description = "Help"},
+			    {.names = {"--old"}, .value = "FILE", .description = "Loaded again. As modinfo says"}},
+		.parameters = {{.name = "MODULE", .description = ".ko", .required = true, .repeated = false}},
+		.commands = {},
+	};
+	const Command top{.name = "cpctl",
+			  .description = "",
+			  .footer = "below all",
+			  .options = {},
+			  .parameters = {},
+			  .commands = {upgrade}};
+	EXPECT_EQ(manual_sections(top), ".Sh OPTIONS\n"
+					"Options stand anywhere on the command line.\n"
+					".Bl -tag -width Ds\n"
+					".El\n"
+					".Sh COMMANDS\n"
+					".Ss upgrade\n"
+					".Bl -tag -width Ds\n"
+					".It Ic upgrade Oo Fl \\-old Ar FILE Oc Ar MODULE\n"
+					"Load another.\n"
+					".Bl -tag -width OWE_IFACE -compact\n"
+					".It Ar MODULE\n"
+					"\\&.ko.\n"
+					".It Fl \\-old Ar FILE\n"
+					"Loaded again.\n"
+					"As modinfo says.\n"
+					".El\n"
+					".El\n");
 }
 
 TEST_F(CpctlManual, OtherFormatsAreNotKnown)

@@ -59,7 +59,7 @@ namespace
 [[nodiscard]] std::string parameter_words(const Parameter &parameter)
 {
 	const std::string word = "Ar " + escaped(parameter.name) + (parameter.repeated ? " ..." : "");
-	return parameter.required ? word : "Op " + word;
+	return parameter.required ? word : "Oo " + word + " Oc";
 }
 
 void write_footer(std::ostream &out, const std::string &footer)
@@ -74,10 +74,11 @@ void write_command(std::ostream &out, const Command &command, const std::string 
 	out << ".It Ic " << escaped(words);
 	for (const CommandOption &option : command.options) {
 		if (option.names.back() != "--help") {
-			out << " Op Fl " << escaped(option.names.back().substr(1));
+			out << " Oo Fl " << escaped(option.names.back().substr(1));
 			if (!option.value.empty()) {
 				out << " Ar " << escaped(option.value);
 			}
+			out << " Oc";
 		}
 	}
 	for (const Parameter &parameter : command.parameters) {
