@@ -130,8 +130,9 @@ REQUESTS = [
 
 
 def redirects(way_in, forms_allowed, redirect_port, port, at_access_point):
+    # The client's own kernel speaks, too: of its IPv6 addresses.
     def from_client(frame):
-        return frame[6:12] == CLIENT_MAC
+        return frame[6:12] == CLIENT_MAC and frame[12:14] != b"\x86\xdd"
 
     count = 0
     for name, whole, said_otherwise, forms in REQUESTS:
