@@ -34,10 +34,11 @@ class ModuleBuild:
         self.model_peer = self.build / "tests/model/model_peer"
 
     def unit_tests(self):
-        """Names of the test programs. Those of the host kernel, of test support and of the command line look at no module."""
+        """Names of the test programs. Those of the host kernel, of test support, of the library and of the command line look
+        at no module."""
         others = {path.stem for room in ("platform/host", "tests/support") for path in (self.tree / room).glob("*.cpp")}
         stems = {path.stem for path in (self.tree / "tests/unit").glob("*_test.cpp")}
-        return sorted(stem for stem in stems if stem.removesuffix("_test") not in others and not stem.startswith("cpctl_"))
+        return sorted(stem for stem in stems if stem.removesuffix("_test") not in others and not stem.startswith(("cpctl_", "library_")))
 
     def program(self, test):
         return self.build / "tests/unit" / test
