@@ -26,7 +26,7 @@ Words with(Words words, const Words &more)
 // The name of the value when it stands for it alone, or its number.
 std::string word_of(std::span<const NamedValue> names, uint32_t value)
 {
-	const std::string name = name_of(names, value);
+	std::string name = name_of(names, value);
 	for (const NamedValue &entry : names) {
 		// The first of equal names is the one that is understood.
 		if (entry.name == name) {
