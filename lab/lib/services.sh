@@ -30,7 +30,7 @@ start_services() {
 # stream_of_bytes KEY BYTES FILE  repeatable, and without a period that equals a
 # segment's length.  Made once in a boot, as encryption is slow under emulation.
 stream_of_bytes() {
-	[[ ! -s $3 ]] || return 0
+	[[ $(stat -c %s "$3" 2>/dev/null) != "$2" ]] || return 0
 	mkdir -p "$(dirname "$3")"
 	openssl enc -aes-128-ctr -nosalt -K "$1" -iv 00 -in <(head -c "$2" /dev/zero) -out "$3" 2>/dev/null
 }
