@@ -22,14 +22,14 @@ garden replace wlan-2-3 on '*.example.com' 203.0.113.0/24 10.0.0.0/255.0.255.0
 garden replace social-login 1 s.example
 mirel garden replace on m.example
 interface owe map wlan-2-16 wlan-2-3
-client add white 02:00:5e:10:00:02 wlan-1-1
-client add white 02:00:5e:10:00:01 wlan-1-1
-client add auth 02:00:5e:10:00:01 wlan-3-8
-client add login 02:00:5e:10:00:03 wlan-2-3
-client add ga-white 02:00:5e:10:00:04 wlan-2-3
-client add mac-auth-fallback 02:00:5e:10:00:05 wlan-2-3
-client add mirel-white 02:00:5e:10:00:06
-client add mirel-black 02:00:5e:10:00:06
+client add white 02:00:00:04:00:02 wlan-1-1
+client add white 02:00:00:04:00:01 wlan-1-1
+client add auth 02:00:00:04:00:01 wlan-3-8
+client add login 02:00:00:04:00:03 wlan-2-3
+client add ga-white 02:00:00:04:00:04 wlan-2-3
+client add mac-auth-fallback 02:00:00:04:00:05 wlan-2-3
+client add mirel-white 02:00:00:04:00:06
+client add mirel-black 02:00:00:04:00:06
 interface set wlan-2-3 mode internet-passes block-https redirect logout 192.0.2.1 cp-walled-garden 3
 interface set wlan-1-1 mode on disconnection pass-dhcp disconnected
 interface set mode-7 block-https 1 logout 192.0.2.7
@@ -51,7 +51,7 @@ expect_equal "what is stored" "$before" "$(stored)"
 
 step "flushed, by a configuration without a command"
 sed -n '/^#/p' "$saved" >"$CASE_DIR/empty"
-expect_contains "changes" "- client add login 02:00:5e:10:00:03 wlan-2-3" "$(cpctl restore "$CASE_DIR/empty" --dry-run)"
+expect_contains "changes" "- client add login 02:00:00:04:00:03 wlan-2-3" "$(cpctl restore "$CASE_DIR/empty" --dry-run)"
 expect_success cpctl restore "$CASE_DIR/empty"
 expect_equal "what is stored" "$fresh" "$(stored)"
 
@@ -78,7 +78,7 @@ expect_equal "what is stored" "$before" "$(stored)"
 clients=2000
 step "$clients clients in one file"
 awk -v n=$clients 'BEGIN { for (i = 0; i < n; i++)
-	printf "client add login 02:00:5e:20:%02x:%02x wlan-%d-%d\n", i / 256, i % 256, i % 3 + 1, i % 8 + 1 }' >"$CASE_DIR/many"
+	printf "client add login 02:00:00:20:%02x:%02x wlan-%d-%d\n", i / 256, i % 256, i % 3 + 1, i % 8 + 1 }' >"$CASE_DIR/many"
 started=$(date +%s%N)
 expect_success cpctl -b "$CASE_DIR/many"
 step "they took $((($(date +%s%N) - started) / 1000000)) ms"
