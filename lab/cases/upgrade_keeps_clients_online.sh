@@ -28,7 +28,7 @@ upgrade() { cpctl upgrade "$1" --old "$MODULE" --keep "$kept"; }
 
 step "three upgrades during a download"
 wanted=$(sha256sum </run/lab-files/upstream/big)
-fetch 1-1 http://203.0.113.10/big --max-time 120 --limit-rate 4M >/run/download &
+fetch 1-1 http://203.0.113.10/big --max-time 120 --limit-rate 1M >/run/download &
 download=$!
 wait_until 30 "the download runs" test -s /run/download
 for _ in 1 2 3; do
