@@ -403,8 +403,8 @@ void cp_proc_remove(const struct cp_proc_file *) {}
 
 namespace
 {
-// What one processor has counted.
-std::array<uint64_t, captive_portal::counter_of(CP_COUNTER_ROWS, cp_reason{})> counters;
+// Each thread is a processor, and has its own.
+thread_local std::array<uint64_t, captive_portal::counter_of(CP_COUNTER_ROWS, cp_reason{})> counters;
 } // namespace
 
 int cp_counters_create(uint32_t)
