@@ -10,10 +10,12 @@
 namespace captive_portal
 {
 
-// Row 0..27, or CP_COUNTER_ROW_OTHER.
-[[nodiscard]] constexpr uint32_t counter_of(uint32_t row, cp_reason reason)
+inline constexpr size_t counter_count = size_t{CP_REASON_COUNT} * CP_COUNTER_ROWS;
+
+// Row 0..27, or CP_COUNTER_ROW_OTHER. A reason's rows lie together: where the reason is a constant, this is one addition.
+[[nodiscard]] constexpr size_t counter_of(uint32_t row, cp_reason reason)
 {
-	return row * CP_REASON_COUNT + reason;
+	return size_t{reason} * CP_COUNTER_ROWS + row;
 }
 
 inline void count(uint32_t row, cp_reason reason)

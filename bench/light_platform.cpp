@@ -404,10 +404,10 @@ void cp_proc_remove(const struct cp_proc_file *) {}
 namespace
 {
 // Each thread is a processor, and has its own.
-thread_local std::array<uint64_t, captive_portal::counter_of(CP_COUNTER_ROWS, cp_reason{})> counters;
+thread_local std::array<uint64_t, captive_portal::counter_count> counters;
 } // namespace
 
-int cp_counters_create(uint32_t)
+int cp_counters_create(size_t)
 {
 	counters.fill(0);
 	return 0;
@@ -415,24 +415,24 @@ int cp_counters_create(uint32_t)
 
 void cp_counters_remove(void) {}
 
-void cp_count(uint32_t counter)
+void cp_count(size_t counter)
 {
 	++counters[counter];
 }
 
-enum cp_verdict cp_count_and_accept(uint32_t counter)
+enum cp_verdict cp_count_and_accept(size_t counter)
 {
 	++counters[counter];
 	return CP_ACCEPT;
 }
 
-enum cp_verdict cp_count_and_drop(uint32_t counter)
+enum cp_verdict cp_count_and_drop(size_t counter)
 {
 	++counters[counter];
 	return CP_DROP;
 }
 
-uint64_t cp_counted(uint32_t counter)
+uint64_t cp_counted(size_t counter)
 {
 	return counters[counter];
 }

@@ -57,7 +57,7 @@ int captive_portal_init(void)
 	init_client_index();
 	seed_connection_index();
 	// Without them nothing is counted, and the rest works.
-	static_cast<void>(cp_counters_create(counter_of(CP_COUNTER_ROWS, cp_reason{})));
+	static_cast<void>(cp_counters_create(counter_count));
 
 	if (cp_register_hooks(captive_portal_hooks, captive_portal_hook_count) < 0) {
 		cp_log(CP_LOG_DEBUG, "nf_register_hook fail\n");

@@ -193,16 +193,55 @@ bool is_dhcp(Packet packet)
 	}
 }
 
-// The first table that lists the client's MAC address decides. Deliberately looks at no EtherType: an IPv6 frame is tested
-// against what lies at the places of an IPv4 header's fields.
-cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t index)
+// Of a client that may log out.
+[[gnu::always_inline]] inline cp_verdict admit(Packet packet, uint32_t index, cp_reason reason)
+{
+	if (packet.destination_address() == load_word(captive_portal_table[index].logout_address)) {
+		packet.set_mark(MARK_LOGOUT);
+		return accept(index, CP_REASON_MARK_LOGOUT_ADDRESS);
+	}
+	return accept(index, reason);
+}
+
+// The first table that lists the client's MAC address decides.
+[[gnu::always_inline]] inline cp_verdict judge_by_row(Packet packet, ClientStanding standing, uint32_t index)
 {
 	const ClientLists lists = standing.lists();
 	const cp_row &row = captive_portal_table[index];
 
+	if (lists.has(ClientLists::login)) {
+		return admit(packet, index, CP_REASON_ADMIT_LOGIN);
+	}
+	if (lists.has(ClientLists::auth)) {
+		return admit(packet, index, CP_REASON_ADMIT_AUTH);
+	}
+	if (lists.has(ClientLists::white)) {
+		return accept(index, CP_REASON_ADMIT_WHITE);
+	}
+	if (lists.has(ClientLists::ga_white)) {
+		return accept(index, CP_REASON_ADMIT_GA_WHITE);
+	}
+	if (lists.has(ClientLists::fallback)) {
+		return accept(index, CP_REASON_ADMIT_FALLBACK);
+	}
+	if (standing.is_disconnected()) {
+		return judge_disconnected(packet, standing.behavior(), index);
+	}
+	if (load_word(row.cp_mode) != CP_MODE_OFF) {
+		packet.set_mark(load_word(row.mark));
+		return accept(index, CP_REASON_MARK_PORTAL);
+	}
+	return accept(index, CP_REASON_PASS_NO_PORTAL);
+}
+
+// Where the MIREL portal or the DNS filter is on: they come before the row's own lists.
+[[gnu::noinline]] cp_verdict judge_with_filters(Packet packet, ClientStanding standing, uint32_t index)
+{
+	const ClientLists lists = standing.lists();
+
 	if (load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) != CP_MODE_OFF) {
 		if (lists.has(ClientLists::mirel_white)) {
-			return CP_ACCEPT;
+			return accept(index, CP_REASON_ADMIT_MIREL_WHITE);
 		}
 		if (lists.has(ClientLists::mirel_black)) {
 			packet.set_mark(MARK_MIREL_BLACK);
@@ -214,24 +253,15 @@ cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t in
 		packet.set_mark(MARK_DNS_FILTER);
 		return accept(index, CP_REASON_MARK_FILTER);
 	}
-	if (lists.has(ClientLists::login | ClientLists::auth)) {
-		if (packet.destination_address() == load_word(row.logout_address)) {
-			packet.set_mark(MARK_LOGOUT);
-			return accept(index, CP_REASON_MARK_LOGOUT_ADDRESS);
-		}
-		return CP_ACCEPT;
-	}
-	if (lists.has(ClientLists::white | ClientLists::ga_white | ClientLists::fallback)) {
-		return CP_ACCEPT;
-	}
-	if (standing.is_disconnected()) {
-		return judge_disconnected(packet, standing.behavior(), index);
-	}
-	if (load_word(row.cp_mode) != CP_MODE_OFF) {
-		packet.set_mark(load_word(row.mark));
-		return accept(index, CP_REASON_MARK_PORTAL);
-	}
-	return CP_ACCEPT;
+	return judge_by_row(packet, standing, index);
+}
+
+// Deliberately looks at no EtherType: an IPv6 frame is tested against what lies at the places of an IPv4 header's fields.
+cp_verdict judge_by_standing(Packet packet, ClientStanding standing, uint32_t index)
+{
+	const bool has_filters =
+		(load_word(captive_portal_table[CP_ROW_MIREL].cp_mode) | load_word(dns_filter_activate)) != 0;
+	return has_filters ? judge_with_filters(packet, standing, index) : judge_by_row(packet, standing, index);
 }
 
 // The source address lies before the EtherType, so it is there.

@@ -291,16 +291,16 @@ void cp_proc_remove(const struct cp_proc_file *file);
  * Counters, each a number for each processor. Made with `count` of them, all 0: 0, or a negative error and there are none;
  * then counting does nothing. Process context.
  */
-int cp_counters_create(uint32_t count);
+int cp_counters_create(size_t count);
 /* Nobody counts any more. Process context. */
 void cp_counters_remove(void);
 /* Adds 1 to a counter, 0 to `count` - 1. Any context, any lock held; takes none. */
-void cp_count(uint32_t counter);
+void cp_count(size_t counter);
 /* The same, and gives CP_ACCEPT, or CP_DROP: so that it can be a hook's last step. */
-enum cp_verdict cp_count_and_accept(uint32_t counter);
-enum cp_verdict cp_count_and_drop(uint32_t counter);
+enum cp_verdict cp_count_and_accept(size_t counter);
+enum cp_verdict cp_count_and_drop(size_t counter);
 /* What all processors have counted. Not one moment's: it may change while it is added up. Any context. */
-uint64_t cp_counted(uint32_t counter);
+uint64_t cp_counted(size_t counter);
 
 /* What a reader of a status file gets. Lives as long as the file's write_part() runs. */
 struct cp_status_text;

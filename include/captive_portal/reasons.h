@@ -61,7 +61,15 @@
 	REASON(ADDRESS_REFRESHED,   "address-refreshed",    "refreshed: an address that the cache has")                \
 	REASON(ADDRESS_REFUSED,     "address-refused",      "refused: an address, because the cache is full")          \
 	REASON(ADDRESS_LOST,        "address-no-memory",    "not stored: no memory for an address")                    \
-	REASON(ADDRESS_EXPIRED,     "address-expired",      "forgotten: an address whose time has run out")
+	REASON(ADDRESS_EXPIRED,     "address-expired",      "forgotten: an address whose time has run out")               \
+	/* Gatekeeper: clients that a table admits, by the table that decided; and where there is no portal. */        \
+	REASON(ADMIT_LOGIN,         "login",                "passed: the client is on the login list")                 \
+	REASON(ADMIT_AUTH,          "auth",                 "passed: the client is on the auth list")                  \
+	REASON(ADMIT_WHITE,         "white",                "passed: the client is on the white list")                 \
+	REASON(ADMIT_GA_WHITE,      "ga-white",             "passed: the client is on the ga-white list")              \
+	REASON(ADMIT_FALLBACK,      "mac-auth-fallback",    "passed: the client is on the mac-auth-fallback list")     \
+	REASON(ADMIT_MIREL_WHITE,   "mirel-white",          "passed: the client is on the MIREL white list")           \
+	REASON(PASS_NO_PORTAL,      "no-portal",            "passed: the client is in no table, there is no portal")
 /* clang-format on */
 
 enum cp_reason {

@@ -8,7 +8,7 @@
 namespace captive_portal::host
 {
 
-int Counters::create(uint32_t count)
+int Counters::create(size_t count)
 {
 	might_sleep("cp_counters_create");
 	++create_calls_;
@@ -30,7 +30,7 @@ void Counters::remove()
 	count_ = 0;
 }
 
-void Counters::add(uint32_t counter)
+void Counters::add(size_t counter)
 {
 	if (values_ == nullptr) {
 		return;
@@ -41,7 +41,7 @@ void Counters::add(uint32_t counter)
 	values_[counter].fetch_add(1, std::memory_order_relaxed);
 }
 
-uint64_t Counters::value(uint32_t counter) const
+uint64_t Counters::value(size_t counter) const
 {
 	if (values_ == nullptr) {
 		return 0;

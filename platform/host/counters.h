@@ -13,12 +13,12 @@ namespace captive_portal::host
 class Counters
 {
 public:
-	[[nodiscard]] int create(uint32_t count);
+	[[nodiscard]] int create(size_t count);
 	void remove();
 
 	// Dies for a counter that was never made; without counters it does nothing.
-	void add(uint32_t counter);
-	[[nodiscard]] uint64_t value(uint32_t counter) const;
+	void add(size_t counter);
+	[[nodiscard]] uint64_t value(size_t counter) const;
 
 	// The next creation gives this negative error.
 	void fail_next_creation(int error) { next_error_ = error; }
@@ -27,7 +27,7 @@ public:
 
 private:
 	std::unique_ptr<std::atomic<uint64_t>[]> values_;
-	uint32_t count_ = 0;
+	size_t count_ = 0;
 	int next_error_ = 0;
 	uint32_t create_calls_ = 0;
 };

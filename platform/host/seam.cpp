@@ -314,7 +314,7 @@ void cp_status_remove(const struct cp_status_directory *directory)
 	machine.happened(Event::status_removed);
 }
 
-int cp_counters_create(uint32_t count)
+int cp_counters_create(size_t count)
 {
 	return Machine::current().counters.create(count);
 }
@@ -324,24 +324,24 @@ void cp_counters_remove(void)
 	Machine::current().counters.remove();
 }
 
-void cp_count(uint32_t counter)
+void cp_count(size_t counter)
 {
 	Machine::current().counters.add(counter);
 }
 
-enum cp_verdict cp_count_and_accept(uint32_t counter)
+enum cp_verdict cp_count_and_accept(size_t counter)
 {
 	cp_count(counter);
 	return CP_ACCEPT;
 }
 
-enum cp_verdict cp_count_and_drop(uint32_t counter)
+enum cp_verdict cp_count_and_drop(size_t counter)
 {
 	cp_count(counter);
 	return CP_DROP;
 }
 
-uint64_t cp_counted(uint32_t counter)
+uint64_t cp_counted(size_t counter)
 {
 	return Machine::current().counters.value(counter);
 }

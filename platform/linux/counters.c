@@ -13,7 +13,7 @@
 /* Null while there are none. Written before the first hook can run, and when none runs any more. */
 static u64 __percpu *counters;
 
-int cp_counters_create(uint32_t count)
+int cp_counters_create(size_t count)
 {
 	counters = __alloc_percpu(count * sizeof(u64), __alignof__(u64));
 	return counters ? 0 : -ENOMEM;
@@ -25,7 +25,7 @@ void cp_counters_remove(void)
 	counters = NULL;
 }
 
-static __always_inline void add_one(uint32_t counter)
+static __always_inline void add_one(size_t counter)
 {
 	u64 __percpu *const all = counters;
 
@@ -33,24 +33,24 @@ static __always_inline void add_one(uint32_t counter)
 		this_cpu_inc(all[counter]);
 }
 
-notrace void cp_count(uint32_t counter)
+notrace void cp_count(size_t counter)
 {
 	add_one(counter);
 }
 
-notrace enum cp_verdict cp_count_and_accept(uint32_t counter)
+notrace enum cp_verdict cp_count_and_accept(size_t counter)
 {
 	add_one(counter);
 	return CP_ACCEPT;
 }
 
-notrace enum cp_verdict cp_count_and_drop(uint32_t counter)
+notrace enum cp_verdict cp_count_and_drop(size_t counter)
 {
 	add_one(counter);
 	return CP_DROP;
 }
 
-uint64_t cp_counted(uint32_t counter)
+uint64_t cp_counted(size_t counter)
 {
 	uint64_t sum = 0;
 	int processor;

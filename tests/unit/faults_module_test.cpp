@@ -76,7 +76,7 @@ TEST(FaultsOfTheModule, Start)
 				 .leaves = {[](Machine &) {
 					 EXPECT_EQ(cp_register_hooks(captive_portal_hooks, captive_portal_hook_count),
 						   0);
-					 EXPECT_EQ(cp_counters_create(counter_of(CP_COUNTER_ROWS, cp_reason{})), 0);
+					 EXPECT_EQ(cp_counters_create(counter_count), 0);
 					 store_word(debug_level, 1);
 				 }},
 				 .second_try_heals = false},
