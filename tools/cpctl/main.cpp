@@ -12,11 +12,6 @@
 namespace
 {
 
-std::string read_status_file(const std::string &name)
-{
-	return cpctl::read_kernel_status_file(cpctl::status_directory, name);
-}
-
 // Nothing else runs in this program, so nobody changes the environment meanwhile.
 std::string environment(const char *name)
 {
@@ -42,8 +37,9 @@ int main(int count, char **words)
 {
 	try {
 		const cpctl::ExitCode code = cpctl::run_command_line(
-			{words + 1, words + count}, {cpctl::open_kernel_device, read_status_file, surroundings()},
-			std::cout, std::cerr);
+			{words + 1, words + count},
+			{cpctl::open_kernel_device, cpctl::read_kernel_status_file, surroundings()}, std::cout,
+			std::cerr);
 		if (!std::cout.flush()) {
 			std::cerr << "cpctl: the answer could not be written: is the disk full?\n";
 			return static_cast<int>(cpctl::ExitCode::unavailable);

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/status_files.h"
 
-#include <cerrno>
-#include <charconv>
-#include <cstring>
-#include <fstream>
-#include <iterator>
+#include <memory>
+#include <optional>
 
+#include "captiveportal.h"
 #include "cpctl/failure.h"
+#include "cpctl/library.h"
 #include "cpctl/quoted.h"
 
 namespace cpctl
@@ -16,128 +15,64 @@ namespace cpctl
 namespace
 {
 
-constexpr size_t octal_digits = 3;
-
-[[nodiscard]] Failure not_understood(std::string_view line)
+// The value of the key, or nothing when the line has none, or none that can be read.
+std::optional<std::string> value_of(const std::string &text, std::string_view key)
 {
-	return {ExitCode::unavailable, "the module's status has a line that cpctl does not understand, " +
-					       quoted(line) + ": is this cpctl as new as the module?"};
-}
-
-// Undoes a backslash and three octal digits.
-std::string unescape(std::string_view text, std::string_view line)
-{
-	std::string plain;
-	for (size_t i = 0; i < text.size(); i++) {
-		if (text[i] != '\\') {
-			plain += text[i];
-			continue;
-		}
-		unsigned byte = 0;
-		const std::string_view digits = text.substr(i + 1, octal_digits);
-		const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 8);
-		if (error != std::errc() || end != digits.data() + octal_digits || byte > UINT8_MAX) {
-			throw not_understood(line);
-		}
-		plain += static_cast<char>(byte);
-		i += octal_digits;
+	const captiveportal_line line = {text.data(), text.size()};
+	std::string value(text.size() + 1, '\0'); // no value is longer than its line
+	if (captiveportal_line_text(&line, std::string(key).c_str(), value.data(), value.size()) != CAPTIVEPORTAL_OK) {
+		return std::nullopt;
 	}
-	return plain;
-}
-
-// The first word of the text, which loses it and the blank behind it.
-std::string_view take_word(std::string_view &text)
-{
-	const std::string_view word = text.substr(0, text.find(' '));
-	text.remove_prefix(std::min(text.size(), word.size() + 1));
-	return word;
-}
-
-std::string reason_and_remedy(int error)
-{
-	switch (error) {
-	case ENOENT:
-		return "there is no such file: load the module (modprobe captive_portal)";
-	case EACCES:
-	case EPERM:
-		return "permission denied: run cpctl as root";
-	default:
-		return std::strerror(error);
-	}
+	value.resize(value.find('\0'));
+	return value;
 }
 
 } // namespace
 
-std::string read_kernel_status_file(const std::string &directory, const std::string &name)
+std::string read_kernel_status_file(const std::string &name)
 {
-	const std::string path = directory + "/" + name;
-	errno = 0;
-	try {
-		std::ifstream file;
-		file.exceptions(std::ios::failbit | std::ios::badbit);
-		file.open(path);
-		return {std::istreambuf_iterator<char>(file), {}};
-	} catch (const std::ios_base::failure &) {
-		throw Failure(ExitCode::unavailable, path + ": " + reason_and_remedy(errno != 0 ? errno : EIO));
-	}
+	char *text = nullptr;
+	size_t length = 0;
+	static_cast<void>(judged(captiveportal_read_status(nullptr, name.c_str(), &text, &length)));
+	const std::unique_ptr<char, void (*)(void *)> owned(text, captiveportal_free);
+	return {text, length};
 }
 
-StatusLine::StatusLine(std::string_view line)
+bool StatusLine::has(std::string_view key) const
 {
-	std::string_view rest = line;
-	keyword_ = take_word(rest);
-	while (!rest.empty()) {
-		const std::string_view word = take_word(rest);
-		const size_t equals = word.find('=');
-		if (equals == std::string_view::npos) {
-			throw not_understood(line);
-		}
-		pairs_.emplace_back(word.substr(0, equals), unescape(word.substr(equals + 1), line));
-	}
+	return value_of(line_, key).has_value();
 }
 
-const std::string *StatusLine::find(std::string_view key) const
+std::string StatusLine::text(std::string_view key) const
 {
-	for (const auto &[name, value] : pairs_) {
-		if (name == key) {
-			return &value;
-		}
-	}
-	return nullptr;
-}
-
-const std::string &StatusLine::text(std::string_view key) const
-{
-	if (const std::string *const value = find(key)) {
-		return *value;
+	if (std::optional<std::string> value = value_of(line_, key)) {
+		return *std::move(value);
 	}
 	throw Failure(ExitCode::unavailable, "the module's status does not say " + std::string(key) + " of " +
-						     keyword_ + ": is this cpctl as new as the module?");
+						     keyword() + ": is this cpctl as new as the module?");
 }
 
 int64_t StatusLine::number(std::string_view key) const
 {
-	std::string_view digits = text(key);
-	int base = 10;
-	if (digits.starts_with("0x")) {
-		digits.remove_prefix(2);
-		base = 16;
+	const std::string value = text(key);
+	const captiveportal_line line = {line_.data(), line_.size()};
+	int64_t number = 0;
+	if (captiveportal_line_number(&line, std::string(key).c_str(), &number) != CAPTIVEPORTAL_OK) {
+		throw Failure(ExitCode::unavailable, "the module's status says " +
+							     quoted(std::string(key) + "=" + value) +
+							     ", where a number should be: is this cpctl as new as the "
+							     "module?");
 	}
-	int64_t value = 0;
-	const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
-	if (error != std::errc() || end != digits.data() + digits.size()) {
-		throw not_understood(std::string(key) + "=" + text(key));
-	}
-	return value;
+	return number;
 }
 
-std::vector<StatusLine> parse_status_lines(std::string_view text)
+std::vector<StatusLine> parse_status_lines(const std::string &text)
 {
 	std::vector<StatusLine> lines;
-	while (!text.empty()) {
-		const size_t end = std::min(text.find('\n'), text.size());
-		lines.emplace_back(text.substr(0, end));
-		text.remove_prefix(std::min(end + 1, text.size()));
+	const char *cursor = text.c_str();
+	captiveportal_line line{};
+	while (captiveportal_next_line(&cursor, &line) != 0) {
+		lines.emplace_back(std::string(line.text, line.length));
 	}
 	return lines;
 }

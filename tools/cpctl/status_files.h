@@ -13,34 +13,29 @@
 namespace cpctl
 {
 
-inline constexpr const char *status_directory = "/proc/captive_portal";
-
 // The whole of the status file of that name; throws Failure(unavailable).
 using ReadStatusFile = std::function<std::string(const std::string &name)>;
 
-// Reads the file in that directory. Throws Failure(unavailable) with the reason and the remedy.
-[[nodiscard]] std::string read_kernel_status_file(const std::string &directory, const std::string &name);
+// That of the running module. Throws Failure(unavailable) with the reason and the remedy.
+[[nodiscard]] std::string read_kernel_status_file(const std::string &name);
 
 class StatusLine
 {
 public:
-	// Throws Failure(unavailable) for what is no such line.
-	explicit StatusLine(std::string_view line);
+	explicit StatusLine(std::string line) : line_(std::move(line)) {}
 
-	[[nodiscard]] const std::string &keyword() const { return keyword_; }
-	[[nodiscard]] bool has(std::string_view key) const { return find(key) != nullptr; }
-	// The value, its escapes undone. Throws Failure(unavailable) when the line has no such key.
-	[[nodiscard]] const std::string &text(std::string_view key) const;
+	[[nodiscard]] std::string keyword() const { return line_.substr(0, line_.find(' ')); }
+	// Whether the line has a value that can be read.
+	[[nodiscard]] bool has(std::string_view key) const;
+	// The value, its escapes undone. Throws Failure(unavailable) when the line has none that can be read.
+	[[nodiscard]] std::string text(std::string_view key) const;
 	// The same of a decimal number, which may have a minus sign, or of a hexadecimal one that begins with 0x.
 	[[nodiscard]] int64_t number(std::string_view key) const;
 
 private:
-	[[nodiscard]] const std::string *find(std::string_view key) const;
-
-	std::string keyword_;
-	std::vector<std::pair<std::string, std::string>> pairs_;
+	std::string line_;
 };
 
-[[nodiscard]] std::vector<StatusLine> parse_status_lines(std::string_view text);
+[[nodiscard]] std::vector<StatusLine> parse_status_lines(const std::string &text);
 
 } // namespace cpctl
