@@ -2,7 +2,8 @@
 #include "cpctl/client_changes.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <map>
+#include <utility>
 
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
@@ -13,57 +14,30 @@ namespace cpctl
 namespace
 {
 
-uint64_t number_of(const MacAddress &mac)
-{
-	uint64_t number = 0;
-	for (const uint8_t octet : mac) {
-		number = number << 8 | octet;
-	}
-	return number;
-}
-
 // How often each address is on each list.
 class ListedClients
 {
 public:
 	void read(const ReadStatusFile &read_status_file)
 	{
-		counts_.clear();
+		lists_.clear();
 		for (const StatusLine &line : parse_status_lines(read_status_file("clients"))) {
 			if (line.keyword() == "client") {
-				const std::string interface = line.has("interface") ? line.text("interface") : "";
-				++counts_[key(line.text("table"), interface, parse_mac(line.text("mac")))];
+				++count(line.text("table"), line.has("interface") ? line.text("interface") : "",
+					parse_mac(line.text("mac")));
 			}
 		}
 	}
 
 	uint32_t &count(std::string_view table, std::string_view interface, const MacAddress &mac)
 	{
-		return counts_[key(table, interface, mac)];
+		return lists_[{std::string(table), std::string(interface)}][mac];
 	}
 	uint32_t &count(const ClientChange &change) { return count(change.table->name, change.interface, change.mac); }
 
 private:
-	struct Key {
-		uint64_t list;
-		uint64_t mac;
-		bool operator==(const Key &) const = default;
-	};
-	struct Hash {
-		size_t operator()(const Key &key) const
-		{
-			constexpr uint64_t odd = 0x9e3779b97f4a7c15;
-			return static_cast<size_t>((key.mac ^ key.list << 48) * odd >> 16);
-		}
-	};
-
-	static Key key(std::string_view table, std::string_view interface, const MacAddress &mac)
-	{
-		const std::hash<std::string_view> hash;
-		return {hash(table) * 31 + hash(interface), number_of(mac)};
-	}
-
-	std::unordered_map<Key, uint32_t, Hash> counts_;
+	// By table and interface.
+	std::map<std::pair<std::string, std::string>, std::map<MacAddress, uint32_t>> lists_;
 };
 
 constexpr std::string_view mirel_black = "mirel-black";
@@ -155,10 +129,14 @@ private:
 	{
 		ListedClients stored;
 		stored.read(session_.read_status_file);
+		std::vector<bool> has_failed(tried);
+		for (const FailedChange &failed : failed_) {
+			has_failed[failed.index] = true;
+		}
 		for (size_t index = 0; index < tried; index++) {
 			const ClientChange &change = changes_[index];
 			const bool wanted = expected_.count(change) != 0;
-			if (wanted == (stored.count(change) != 0) || has_failed(index)) {
+			if (wanted == (stored.count(change) != 0) || has_failed[index]) {
 				continue;
 			}
 			failed_.push_back(
@@ -166,11 +144,6 @@ private:
 						" though the module took the command: see the kernel log (dmesg)"});
 		}
 		std::ranges::sort(failed_, {}, &FailedChange::index);
-	}
-
-	bool has_failed(size_t index) const
-	{
-		return std::ranges::find(failed_, index, &FailedChange::index) != failed_.end();
 	}
 
 	const Session &session_;

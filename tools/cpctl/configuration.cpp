@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "cpctl/client_tables.h"
 #include "cpctl/failure.h"
@@ -265,14 +266,19 @@ Configuration::Configuration()
 	}
 }
 
-ConfiguredList &Configuration::list(std::string_view table, std::string_view interface)
+const ConfiguredList &Configuration::list(std::string_view table, std::string_view interface) const
 {
-	for (ConfiguredList &list : lists) {
+	for (const ConfiguredList &list : lists) {
 		if (list.table->name == table && list.interface == interface) {
 			return list;
 		}
 	}
 	throw unknown("a list " + cpctl::quoted(table) + " of " + cpctl::quoted(interface));
+}
+
+ConfiguredList &Configuration::list(std::string_view table, std::string_view interface)
+{
+	return const_cast<ConfiguredList &>(std::as_const(*this).list(table, interface));
 }
 
 size_t Configuration::clients() const

@@ -49,6 +49,7 @@ struct Configuration {
 	std::vector<ConfiguredList> lists;
 
 	// The list of that name; throws Failure(unavailable) when there is none.
+	[[nodiscard]] const ConfiguredList &list(std::string_view table, std::string_view interface) const;
 	[[nodiscard]] ConfiguredList &list(std::string_view table, std::string_view interface);
 	[[nodiscard]] size_t clients() const;
 };

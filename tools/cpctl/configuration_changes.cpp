@@ -197,28 +197,26 @@ private:
 	// Whatever the white list's commands do to the black list is looked at before that one's turn comes.
 	void mirel_clients()
 	{
-		Configuration from = from_;
-		Configuration to = to_;
-		ConfiguredList &white = from.list("mirel-white", {});
-		ConfiguredList &black = from.list("mirel-black", {});
-		const ConfiguredList &wanted_white = to.list("mirel-white", {});
-		const std::set<MacAddress> before(white.clients.begin(), white.clients.end());
-		const std::set<MacAddress> after(wanted_white.clients.begin(), wanted_white.clients.end());
-		for (const MacAddress &mac : white.clients) {
+		const ConfiguredList &wanted = to_.list("mirel-white", {});
+		const std::vector<MacAddress> &white = from_.list("mirel-white", {}).clients;
+		std::vector<MacAddress> black = from_.list("mirel-black", {}).clients;
+		const std::set<MacAddress> before(white.begin(), white.end());
+		const std::set<MacAddress> after(wanted.clients.begin(), wanted.clients.end());
+		for (const MacAddress &mac : white) {
 			if (!after.contains(mac)) {
-				ConfigurationChange change = client_change(ClientChange::Kind::del, wanted_white, mac);
+				ConfigurationChange change = client_change(ClientChange::Kind::del, wanted, mac);
 				change.part = ConfigurationPart::clients;
 				changes_.push_back(std::move(change));
-				std::erase(black.clients, mac);
+				std::erase(black, mac);
 			}
 		}
-		for (const MacAddress &mac : wanted_white.clients) {
+		for (const MacAddress &mac : wanted.clients) {
 			if (!before.contains(mac)) {
-				add(wanted_white, mac);
-				std::erase(black.clients, mac);
+				add(wanted, mac);
+				std::erase(black, mac);
 			}
 		}
-		clients(to.list("mirel-black", {}), black.clients);
+		clients(to_.list("mirel-black", {}), black);
 	}
 
 	void interface(uint32_t row)
