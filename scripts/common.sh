@@ -1,6 +1,6 @@
 # Sourced by every script of the project that runs on the host.
 # Offers: project_root, cache_dir, say, warn, die, need_packages, use_package_lists_of,
-# with_cache_lock, copy_files, copy_tree, configure_cmake, module_arguments.  Sets strict mode.
+# with_cache_lock, made_and_copied, copy_files, copy_tree, configure_cmake, module_arguments.  Sets strict mode.
 
 set -euo pipefail
 
@@ -81,6 +81,10 @@ with_cache_lock() {
 		"${@:2}"
 	) 9>"$cache_dir/locks/$1"
 }
+
+# made_and_copied DIRECTORY FILE COMMAND...  for with_cache_lock: the command makes FILE, and a copy of it is in DIRECTORY before
+# another checkout may make it anew.
+made_and_copied() { "${@:3}" && cp "$2" "$1/"; }
 
 # copy_files SOURCE DESTINATION [RSYNC_ARGUMENT...]  by content: what differs is
 # as new as the copy is, whichever of two checkouts it came from, and so is built.

@@ -131,12 +131,15 @@ module_build() {
 	local kernel=$1 dir copy=$cache_dir/module-builds/$1 arguments
 	dir=$("$project_root/lab/kernels/prepare" "$kernel")
 	mapfile -t arguments < <(module_arguments "$kernel" "$dir")
-	check "module for $kernel" with_cache_lock "module-$kernel" \
-		"$project_root/scripts/build-module" "$dir/build" "$copy" "${arguments[@]}"
+	with_cache_lock "module-$kernel" build_and_check_module "$kernel" "$copy" "$dir/build" "${arguments[@]}"
+}
+
+# build_and_check_module KERNEL COPY TREE [MAKE_ARGUMENT...]
+build_and_check_module() {
+	check "module for $1" "$project_root/scripts/build-module" "$3" "$2" "${@:4}"
 	# The debug kernel's sanitizer makes constructors of its own.
-	[[ $kernel == um-debug ]] ||
-		check "sections and symbols of the module for $kernel" \
-			"$copy/platform/linux/check-module.sh" "$copy/captive_portal.ko"
+	[[ $1 == um-debug ]] ||
+		check "sections and symbols of the module for $1" "$2/platform/linux/check-module.sh" "$2/captive_portal.ko"
 }
 
 stage_kernel_um() { prepare_kernel um; }
