@@ -6,7 +6,11 @@
 
 STATUS=/proc/captive_portal
 stored() { cat $STATUS/status $STATUS/garden $STATUS/clients; }
-commands_since_mark() { log_since_start | sed "1,/ $1\$/d" | grep -c 'if_device_write' || true; }
+commands_since_mark() {
+	log_since_start | awk -v mark=" $1" 'seen && /if_device_write/ { count++ }
+		substr($0, length($0) - length(mark) + 1) == mark { seen = 1 }
+		END { if (seen) print count + 0; else print "the log has lost its mark" }'
+}
 mark() { echo "$1" >/dev/kmsg; }
 
 load_module
@@ -62,8 +66,11 @@ expect_equal "what is stored" "$before" "$(stored)"
 step "restored after the module was loaded again"
 unload_module
 load_module
+cpctl debug 2
+mark "mark of a restore"
 expect_success cpctl restore - <"$saved"
 expect_equal "what is stored" "$before" "$(stored)"
+(($(commands_since_mark "mark of a restore") > 0)) || fail "commands that write leave no line"
 
 step "a mistake in the last line changes nothing"
 mark "second mark"

@@ -16,6 +16,7 @@ export PYTHONPYCACHEPREFIX=/run/lab-python
 . "$LAB/lib/services.sh"
 . "$LAB/lib/traffic.sh"
 . "$LAB/lib/capture.sh"
+. "$LAB/lib/kernel-log.sh"
 . "$LAB/lib/module.sh"
 . "$LAB/lib/proc_file.sh"
 . "$LAB/lib/garden.sh"

@@ -18,7 +18,7 @@ module_is_loaded() { [[ -d /sys/module/captive_portal ]]; }
 
 cpctl() { /payload/bin/cpctl "$@"; }
 
-log_since_start() { dmesg | sed "1,/ lab: case $CASE begins\$/d"; }
+log_since_start() { log_of_case "$CASE"; }
 
 # Reads all of it: who stops at the first match ends what writes the rest, and that counts as a failure.
 log_has() { log_since_start | grep -F -- "$1" >/dev/null; }

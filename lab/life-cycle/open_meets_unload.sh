@@ -66,6 +66,7 @@ for opener in "${openers[@]}"; do
 	wait "$opener" || fail "an opener ended with status $?"
 done
 ((refused > 0)) || fail "no unload met an open device"
+((slowest_unload < LONGEST_UNLOAD * 1000)) || fail "an unload took $((slowest_unload / 1000)) ms"
 figure "$rounds unloads among openers, $refused refused as busy, the longest $((slowest_unload / 1000)) ms"
 load_module
 expect_success cpctl interface set wlan-1-1 mode on
