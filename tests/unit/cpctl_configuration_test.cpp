@@ -305,6 +305,53 @@ TEST_F(CpctlConfiguration, WhatNoCommandSetsIsToldAndLeftOut)
 	EXPECT_EQ(answer({"save"}), saved);
 }
 
+// The module takes any pattern; the command line has a meaning of its own for some.
+constexpr const char *odd_patterns[] = {"-ads.example", "--help", "--", "++", "[*", "{}", "%%", "default", "garden"};
+
+wg_cmd garden_of_odd_patterns(uint32_t sub_command)
+{
+	wg_cmd garden = {};
+	garden.cmd = sub_command;
+	garden.iface = 2;
+	garden.enable_value = 1;
+	for (const char *pattern : odd_patterns) {
+		std::strcpy(garden.rules[garden.rule_number++].domain_name, pattern);
+	}
+	return garden;
+}
+
+TEST_F(CpctlConfiguration, RulesThatLookLikeSomethingElseComeBack)
+{
+	send(WALLED_GARDEN_IOCTL_SET, garden_of_odd_patterns(UPDATE_RULE));
+	wg_cmd names = garden_of_odd_patterns(UPDATE_DEFAULT_RULE);
+	std::strcpy(names.rules[4].domain_name, "b]");
+	send(WALLED_GARDEN_IOCTL_SET, names);
+	const auto lines = stored();
+	const std::string saved = save();
+	EXPECT_EQ(restore(whole("")), 0) << err;
+	EXPECT_EQ(machine.status_text("garden"), "");
+	EXPECT_EQ(restore(saved), 0) << err << saved;
+	EXPECT_EQ(stored(), lines);
+}
+
+// The command line would take them apart: "[*]" would come back as "*", which permits everything.
+TEST_F(CpctlConfiguration, RulesBetweenSquareBracketsAreToldAndLeftOut)
+{
+	wg_cmd garden = {};
+	garden.cmd = UPDATE_RULE;
+	garden.iface = 2;
+	garden.rule_number = 2;
+	std::strcpy(garden.rules[0].domain_name, "[*]");
+	std::strcpy(garden.rules[1].domain_name, "fine.example");
+	send(WALLED_GARDEN_IOCTL_SET, garden);
+	EXPECT_EQ(run({"save"}), 2);
+	EXPECT_NE(out.find("\ngarden replace wlan-1-3 off fine.example\n"), std::string::npos) << out;
+	EXPECT_NE(err.find("the rule '[*]' of wlan-1-3\n"), std::string::npos) << err;
+	EXPECT_EQ(restore(whole("garden replace wlan-1-3 on '[*]'\n")), 1);
+	EXPECT_EQ(machine.status_text("garden"),
+		  "rule interface=wlan-1-3 type=0 pattern=[*]\nrule interface=wlan-1-3 type=0 pattern=fine.example\n");
+}
+
 TEST_F(CpctlConfiguration, LevelsAndClientsThatCountTheSameAreSavedOnce)
 {
 	ASSERT_EQ(MachineDevice(machine, false, calls).pass_value(ENV_SET_DEBUG_LEVEL, 100), 0);

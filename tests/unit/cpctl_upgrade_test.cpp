@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "captive_portal/portal.h"
+#include "captive_portal/walled_garden.h"
 
 namespace captive_portal::test
 {
@@ -103,6 +104,19 @@ TEST_F(CpctlUpgrade, PutsTheNewModuleInPlaceWithTheConfiguration)
 	EXPECT_EQ(text_of_file(kept), saved);
 	EXPECT_NE(out.find("; clients on lists: 1; the configuration is also in " + kept + "\n"), std::string::npos)
 		<< out;
+}
+
+TEST_F(CpctlUpgrade, TakesRulesAlongThatLookLikeOptions)
+{
+	wg_cmd garden = {};
+	garden.cmd = UPDATE_RULE;
+	garden.enable_value = 1;
+	garden.rule_number = 1;
+	std::strcpy(garden.rules[0].domain_name, "-ads.example");
+	send(WALLED_GARDEN_IOCTL_SET, garden);
+	before = machine.status_text("status") + machine.status_text("clients") + machine.status_text("garden");
+	ASSERT_EQ(upgrade(), 0) << err;
+	expect_as_before();
 }
 
 TEST_F(CpctlUpgrade, TellsTheTimeFromUnloadToRestored)

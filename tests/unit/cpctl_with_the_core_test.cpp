@@ -74,6 +74,17 @@ TEST_F(CpctlWithTheCore, FlushOneByOneReachesBehindTheEndOfAReply)
 	EXPECT_EQ(answer({"client", "show", "login", "wlan-1-1"}), "");
 }
 
+TEST_F(CpctlWithTheCore, RulesAreTakenAsTheyAreWritten)
+{
+	EXPECT_EQ(run({"garden", "replace", "wlan-2-1", "on", "a.example", "[*]"}), 1);
+	EXPECT_EQ(err, "cpctl: '[*]' is between square brackets: no name, pattern or address is\n");
+	EXPECT_EQ(run({"garden", "default", "replace", "[a,b]"}), 1);
+	EXPECT_EQ(answer({"garden", "show", "wlan-2-1"}), "wlan-2-1: garden off rules 0\n");
+	(void)answer({"garden", "replace", "wlan-2-1", "on", "--", "-ads.example", "--help", "--", "++"});
+	EXPECT_EQ(answer({"garden", "show", "wlan-2-1"}),
+		  "wlan-2-1: garden on rules 4\n    -ads.example\n    --help\n    --\n    ++\n");
+}
+
 TEST_F(CpctlWithTheCore, DelTakesDuplicatesThatADaemonMade)
 {
 	gk_cmd record = {};

@@ -8,6 +8,7 @@
 
 #include "cpctl/batch.h"
 #include "cpctl/client_commands.h"
+#include "cpctl/command_words.h"
 #include "cpctl/configuration_commands.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
@@ -103,6 +104,7 @@ public:
 		arguments_ = {};
 		command_ = {};
 		answers_json_ = takes_force_ = not_in_files_ = false;
+		std::ranges::for_each(words, require_whole_word);
 		// The parser takes the words from the back.
 		std::ranges::reverse(words);
 		app_.parse(words);

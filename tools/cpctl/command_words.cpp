@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "cpctl/failure.h"
+#include "cpctl/quoted.h"
 
 namespace cpctl
 {
@@ -151,6 +152,13 @@ std::string join_words(const std::vector<std::string> &words)
 std::string place_in_file(const std::string &name, size_t line)
 {
 	return name + ":" + std::to_string(line);
+}
+
+void require_whole_word(std::string_view word)
+{
+	if (word.starts_with('[') && word.ends_with(']')) {
+		throw usage_failure(quoted(word) + " is between square brackets: no name, pattern or address is");
+	}
 }
 
 } // namespace cpctl

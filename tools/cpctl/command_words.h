@@ -30,4 +30,8 @@ struct CommandWords {
 // "NAME:LINE"
 [[nodiscard]] std::string place_in_file(const std::string &name, size_t line);
 
+// Throws Failure(usage) for a word between square brackets: the parser of the command line takes "[a,b]" for two words and
+// "[*]" for "*".
+void require_whole_word(std::string_view word);
+
 } // namespace cpctl

@@ -46,13 +46,21 @@ Words words_of_gateway(Ipv4Address address)
 	return {"gateway", "set", address.raw == 0 ? "none" : format_ipv4(address)};
 }
 
+// Behind a mark where the command line would take one of them for an option or for the end of the rules.
+Words with_rules(const Words &command, const Words &rules)
+{
+	const bool marked = std::ranges::any_of(
+		rules, [](const std::string &rule) { return rule.starts_with('-') || rule == "++"; });
+	return with(marked ? with(command, {"--"}) : command, rules);
+}
+
 Words words_of_garden(const std::string &row, const Garden &garden)
 {
-	Words words = {"garden", "replace", row, word_of(switch_names(), garden.enable_value)};
+	Words rules;
 	for (const wg_rule &rule : garden.rules) {
-		words.push_back(format_rule(rule));
+		rules.push_back(format_rule(rule));
 	}
-	return words;
+	return with_rules({"garden", "replace", row, word_of(switch_names(), garden.enable_value)}, rules);
 }
 
 // A setting of `interface set`, as words of both sides.
@@ -128,7 +136,7 @@ private:
 	{
 		const auto part = ConfigurationPart::gardens;
 		const Words defaults = {"garden", "default", "replace"};
-		change(part, with(defaults, from_.default_names), with(defaults, to_.default_names));
+		change(part, with_rules(defaults, from_.default_names), with_rules(defaults, to_.default_names));
 		for (uint32_t row = 0; row < CP_ROWS; row++) {
 			const Garden &before = from_.rows[row].garden;
 			const Garden &after = to_.rows[row].garden;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "cpctl/command_words.h"
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 #include "cpctl/library.h"
@@ -28,6 +29,7 @@ captiveportal_rule library_rule(const wg_rule &record)
 
 wg_rule parse_rule(std::string_view text)
 {
+	require_whole_word(text);
 	captiveportal_rule rule = {};
 	judged(captiveportal_parse_rule(library_text(text).c_str(), &rule));
 	return record_of(rule);
@@ -35,6 +37,7 @@ wg_rule parse_rule(std::string_view text)
 
 wg_rule parse_default_rule(std::string_view text)
 {
+	require_whole_word(text);
 	captiveportal_rule rule = {};
 	judged(captiveportal_parse_default_rule(library_text(text).c_str(), &rule));
 	return record_of(rule);
