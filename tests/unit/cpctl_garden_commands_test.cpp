@@ -32,6 +32,16 @@ protected:
 			return 0;
 		});
 	}
+
+	// What the status files have of the MIREL row.
+	void tell_mirel_garden(const std::string &enable_value, const std::string &rules)
+	{
+		status_files["status"] =
+			"module format=1 debug_level=1 dns_filter=0 gateway=0.0.0.0\n"
+			"interface index=27 name=mirel mode=0 walled_garden=0 block_https=0 logout= garden=" +
+			enable_value + "\n";
+		status_files["garden"] = rules;
+	}
 };
 
 TEST_F(CpctlGarden, ReplaceSendsSwitchAndRules)
@@ -159,16 +169,29 @@ TEST_F(CpctlGarden, ShowOfTheDefaultRules)
 
 TEST_F(CpctlGarden, MirelReplaceSendsItsOwnSubCommand)
 {
+	tell_mirel_garden("1", "rule interface=mirel type=0 pattern=*.example.com\n");
 	EXPECT_EQ(run({"mirel", "garden", "replace", "*.example.com"}), 0) << err;
 	EXPECT_EQ(device.commands(), (std::vector{3}));
 	EXPECT_EQ(device.calls.at(0).hex(), joined("03000000", "1b000000", "01000000", "01000000", domain_rule,
 						   zeros(record_size - rules_offset - rule_size)));
+	tell_mirel_garden("0", "rule interface=mirel type=1 address=10.1.2.0 netmask=255.255.255.0 pattern=\n");
 	EXPECT_EQ(run({"mirel", "garden", "replace", "off", "10.1.2.0/24"}), 0) << err;
 	EXPECT_EQ(device.calls.at(0).hex(), joined("03000000", "1b000000", "00000000", "01000000", address_rule,
 						   zeros(record_size - rules_offset - rule_size)));
+	tell_mirel_garden("1", "");
 	EXPECT_EQ(run({"mirel", "garden", "replace", "on"}), 0) << err;
 	EXPECT_EQ(device.calls.at(0).hex(),
 		  joined("03000000", "1b000000", "01000000", "00000000", zeros(record_size - rules_offset)));
+}
+
+TEST_F(CpctlGarden, MirelReplaceSaysWhatIsNotThere)
+{
+	tell_mirel_garden("1", "");
+	EXPECT_EQ(run({"mirel", "garden", "replace", "*.example.com"}), 2);
+	EXPECT_EQ(err, "cpctl: mirel: the module kept 0 of 1 rules: is the kernel out of memory? See dmesg\n");
+	tell_mirel_garden("0", "");
+	EXPECT_EQ(run({"mirel", "garden", "replace", "on"}), 2);
+	EXPECT_EQ(err, "cpctl: mirel: the garden is not switched as was set\n");
 }
 
 TEST_F(CpctlGarden, MirelReplaceSaysWhenTheModuleHasNoMemory)

@@ -85,6 +85,30 @@ TEST(GardenRule, IsShownAsItIsWritten)
 	EXPECT_EQ(format_rule(parse_rule("0.0.0.0/0")), "0.0.0.0/0");
 }
 
+TEST(GardenRule, OpensTheSameAsAnotherOfTheSameAddresses)
+{
+	EXPECT_TRUE(opens_same(parse_rule("10.1.2.3/24"), parse_rule("10.1.2.0/255.255.255.0")));
+	EXPECT_TRUE(opens_same(parse_rule("192.0.2.1"), parse_rule("192.0.2.1/32")));
+	EXPECT_TRUE(opens_same(parse_rule("192.0.2.1/0"), parse_rule("0.0.0.0/0")));
+	EXPECT_FALSE(opens_same(parse_rule("10.1.2.0/24"), parse_rule("10.1.2.0/25")));
+	EXPECT_FALSE(opens_same(parse_rule("10.1.2.0/24"), parse_rule("10.1.3.0/24")));
+	EXPECT_TRUE(opens_same(parse_rule("*.example.com"), parse_rule("*.example.com")));
+	EXPECT_FALSE(opens_same(parse_rule("*.example.com"), parse_rule("*.Example.com")));
+	// An address rule that a daemon has given a pattern too.
+	wg_rule both = parse_rule("192.0.2.1");
+	store_name(both.domain_name, "a.example");
+	EXPECT_TRUE(opens_same(both, parse_rule("192.0.2.1")));
+	EXPECT_FALSE(opens_same(both, parse_rule("a.example")));
+}
+
+TEST(GardenRules, HaveARuleThatOpensTheSame)
+{
+	const std::vector<wg_rule> rules = {parse_rule("a.example"), parse_rule("10.1.2.3/24")};
+	EXPECT_TRUE(has_rule(rules, parse_rule("10.1.2.0/24")));
+	EXPECT_FALSE(has_rule(rules, parse_rule("b.example")));
+	EXPECT_FALSE(has_rule({}, parse_rule("a.example")));
+}
+
 } // namespace
 
 } // namespace cpctl

@@ -10,6 +10,7 @@
 #include "cpctl/client_commands.h"
 #include "cpctl/command_words.h"
 #include "cpctl/configuration_commands.h"
+#include "cpctl/garden_changes.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
 #include "cpctl/self_description.h"
@@ -229,9 +230,9 @@ private:
 		return command.add_option("IFACE", arguments_.interface, description);
 	}
 
-	void add_rules(CLI::App &command, const char *name, const char *description)
+	CLI::Option *add_words(CLI::App &command, const char *name, const char *description)
 	{
-		command.add_option(name, arguments_.words, description);
+		return command.add_option(name, arguments_.words, description);
 	}
 
 	void describe_client()
@@ -302,33 +303,63 @@ private:
 		sets_configuration({&set, &map, &unmap, flush});
 	}
 
+	static constexpr auto garden_rows = "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login or mirel";
+
+	// add and del of the list that `place` gives; both want at least one rule.
+	void describe_rule_changes(CLI::App &object, const char *name, const char *description, bool names_row,
+				   const std::function<GardenPlace(const Arguments &arguments)> &place)
+	{
+		CLI::App &add =
+			*add_command(object, "add", "Add rules behind those that are there",
+				     [place](const Arguments &given) { return add_rules(place(given), given.words); });
+		CLI::App &del = *add_command(object, "del", "Delete rules", [place](const Arguments &given) {
+			return delete_rules(place(given), given.words);
+		});
+		for (CLI::App *command : {&add, &del}) {
+			if (names_row) {
+				add_interface(*command, garden_rows)->required();
+			}
+			add_words(*command, name, description)->required();
+		}
+		sets_configuration({&add, &del});
+	}
+
 	void describe_garden()
 	{
 		constexpr auto rule =
 			"Domain pattern (*.example.com), A.B.C.D, A.B.C.D/LENGTH or A.B.C.D/MASK; at most 24";
+		constexpr auto default_rule = "Exact domain name; at most 24";
 		CLI::App &garden = *add_object(app_, "garden", "Destinations that are open before login");
+		describe_rule_changes(garden, "RULE", rule, true,
+				      [](const Arguments &given) { return garden_of_row(given.interface); });
 		CLI::App &replace = *add_command(
 			garden, "replace", "Replace switch and rules of an interface", [](const Arguments &given) {
 				return replace_garden(given.interface, given.value, given.words);
 			});
-		add_interface(replace, "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login or mirel")->required();
+		add_interface(replace, garden_rows)->required();
 		replace.add_option("SWITCH", arguments_.value, "on or off")->required();
-		add_rules(replace, "RULE", rule);
+		add_words(replace, "RULE", rule);
 
 		CLI::App &defaults = *add_object(garden, "default", "Exact names that are open on every interface");
+		describe_rule_changes(defaults, "NAME", default_rule, false,
+				      [](const Arguments &) { return default_garden(); });
 		CLI::App &replace_defaults =
 			*add_command(defaults, "replace", "Replace the default rules",
 				     [](const Arguments &given) { return replace_default_garden(given.words); });
-		add_rules(replace_defaults, "NAME", "Exact domain name; at most 24");
+		add_words(replace_defaults, "NAME", default_rule);
 
 		CLI::App &show = *add_command(garden, "show", "List rules",
 					      [](const Arguments &given) { return show_garden(given.interface); });
-		add_interface(show, "wlan-1-1 to wlan-3-8, or default")->required();
+		add_interface(show, "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login, mirel or default")
+			->required();
 
+		CLI::App &mirel_garden_object = *add_mirel_garden();
+		describe_rule_changes(mirel_garden_object, "RULE", rule, false,
+				      [](const Arguments &) { return mirel_garden(); });
 		CLI::App &mirel_replace =
-			*add_command(*add_mirel_garden(), "replace", "Replace switch and rules",
+			*add_command(mirel_garden_object, "replace", "Replace switch and rules",
 				     [](const Arguments &given) { return replace_mirel_garden(given.words); });
-		add_rules(mirel_replace, "RULE", rule);
+		add_words(mirel_replace, "RULE", rule);
 		sets_configuration({&replace, &replace_defaults, &mirel_replace});
 		mirel_replace.footer("The first word may be on or off; without it the garden is on.");
 	}

@@ -101,7 +101,7 @@ bool is_station(const MacAddress &mac)
 class Reader
 {
 public:
-	explicit Reader(const ReadStatusFile &read_status_file)
+	Reader()
 	{
 		for (uint32_t row = 0; row < CP_ROWS; row++) {
 			rows_.emplace(interface_of_row(row).name, row);
@@ -109,10 +109,14 @@ public:
 		for (ConfiguredList &list : configuration_.lists) {
 			lists_.emplace(std::string(list.table->name) + " " + list.interface, &list);
 		}
+	}
+
+	void read_rows(const ReadStatusFile &read_status_file)
+	{
 		read_status(read_status_file("status"));
 		read_garden(read_status_file("garden"));
-		read_clients(read_status_file("clients"));
 	}
+	void read_lists(const ReadStatusFile &read_status_file) { read_clients(read_status_file("clients")); }
 
 	ReadConfiguration result() { return {std::move(configuration_), std::move(without_command_)}; }
 
@@ -292,7 +296,17 @@ size_t Configuration::clients() const
 
 ReadConfiguration read_configuration(const ReadStatusFile &read_status_file)
 {
-	return Reader(read_status_file).result();
+	Reader reader;
+	reader.read_rows(read_status_file);
+	reader.read_lists(read_status_file);
+	return reader.result();
+}
+
+Configuration read_gardens(const ReadStatusFile &read_status_file)
+{
+	Reader reader;
+	reader.read_rows(read_status_file);
+	return reader.result().configuration;
 }
 
 Configuration with_commands(Configuration configuration)

@@ -63,7 +63,11 @@ struct ReadConfiguration {
 // Throws Failure(unavailable) when a file cannot be read or understood.
 [[nodiscard]] ReadConfiguration read_configuration(const ReadStatusFile &read_status_file);
 
-// The same without what no command of cpctl would store.
+// Settings, rules and default names as read_configuration() has them, without reading the lists of clients, which can be
+// long.
+[[nodiscard]] Configuration read_gardens(const ReadStatusFile &read_status_file);
+
+// The configuration without what no command of cpctl would store.
 [[nodiscard]] Configuration with_commands(Configuration configuration);
 
 // Whether the two rules are the same to the module.

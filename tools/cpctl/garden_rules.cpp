@@ -54,6 +54,22 @@ std::vector<wg_rule> parse_rules(const std::vector<std::string> &texts, wg_rule 
 	return rules;
 }
 
+bool opens_same(const wg_rule &left, const wg_rule &right)
+{
+	const bool domain = left.rule_type == WG_RULE_DOMAIN;
+	if (domain != (right.rule_type == WG_RULE_DOMAIN)) {
+		return false;
+	}
+	return domain ? text_of(left.domain_name) == text_of(right.domain_name) :
+			left.netmask == right.netmask &&
+				(left.ip_addr & left.netmask) == (right.ip_addr & right.netmask);
+}
+
+bool has_rule(const std::vector<wg_rule> &rules, const wg_rule &rule)
+{
+	return std::ranges::any_of(rules, [&rule](const wg_rule &one) { return opens_same(one, rule); });
+}
+
 std::string format_rule(const wg_rule &rule)
 {
 	const captiveportal_rule copy = library_rule(rule);

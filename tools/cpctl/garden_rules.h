@@ -24,6 +24,11 @@ namespace cpctl
 [[nodiscard]] std::vector<wg_rule> parse_rules(const std::vector<std::string> &texts,
 					       wg_rule (*parse)(std::string_view text));
 
+// Whether two rules open the same: of addresses only what the mask leaves counts.
+[[nodiscard]] bool opens_same(const wg_rule &left, const wg_rule &right);
+// Whether one of the rules opens the same as `rule`.
+[[nodiscard]] bool has_rule(const std::vector<wg_rule> &rules, const wg_rule &rule);
+
 // The same rule for libcaptiveportal, and back.
 [[nodiscard]] captiveportal_rule library_rule(const wg_rule &record);
 [[nodiscard]] wg_rule record_of(const captiveportal_rule &rule);
