@@ -148,15 +148,17 @@ TEST_F(CpctlWithTheCore, OweCompanionsComeBack)
 TEST_F(CpctlWithTheCore, GardensComeBack)
 {
 	(void)answer({"garden", "replace", "wlan-2-1", "on", "*.example.com", "10.1.2.0/24", "192.0.2.1",
-		      "10.0.2.0/255.0.255.0", std::string(127, 'a')});
+		      "10.0.3.0/255.0.255.0", std::string(127, 'a')});
 	EXPECT_EQ(answer({"garden", "show", "wlan-2-1"}),
 		  "wlan-2-1: garden on rules 5\n    *.example.com\n    10.1.2.0/24\n"
-		  "    192.0.2.1\n    10.0.2.0/255.0.255.0\n    " +
+		  "    192.0.2.1\n    10.0.3.0/255.0.255.0\n    " +
 			  std::string(127, 'a') + "\n");
 	std::vector<std::string> names = {"garden", "default", "replace"};
-	names.insert(names.end(), 24, "portal.example");
+	for (int i = 1; i <= 24; i++) {
+		names.push_back("portal-" + std::to_string(i) + ".example");
+	}
 	(void)answer(names);
-	EXPECT_EQ(answer({"garden", "show", "default"}).substr(0, 41), "default: rules 24\n    portal.example\n    ");
+	EXPECT_EQ(answer({"garden", "show", "default"}).substr(0, 43), "default: rules 24\n    portal-1.example\n    ");
 	(void)answer({"garden", "default", "replace"});
 	EXPECT_EQ(answer({"garden", "show", "default"}), "default: rules 0\n");
 }

@@ -11,6 +11,7 @@
 #include "cpctl/command_words.h"
 #include "cpctl/configuration_commands.h"
 #include "cpctl/garden_changes.h"
+#include "cpctl/garden_check.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
 #include "cpctl/self_description.h"
@@ -304,6 +305,8 @@ private:
 	}
 
 	static constexpr auto garden_rows = "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login or mirel";
+	static constexpr auto garden_lists =
+		"wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login, mirel or default";
 
 	// add and del of the list that `place` gives; both want at least one rule.
 	void describe_rule_changes(CLI::App &object, const char *name, const char *description, bool names_row,
@@ -350,8 +353,14 @@ private:
 
 		CLI::App &show = *add_command(garden, "show", "List rules",
 					      [](const Arguments &given) { return show_garden(given.interface); });
-		add_interface(show, "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login, mirel or default")
-			->required();
+		add_interface(show, garden_lists)->required();
+
+		CLI::App &check = *add_command(
+			garden, "check",
+			"Tell of rules that may not do what they are meant for (exit code 2: there are some)",
+			[](const Arguments &given) { return check_gardens(given.interface); });
+		add_interface(check, "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login, mirel or default; all "
+				     "when left out");
 
 		CLI::App &mirel_garden_object = *add_mirel_garden();
 		describe_rule_changes(mirel_garden_object, "RULE", rule, false,

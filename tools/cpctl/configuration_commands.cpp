@@ -115,6 +115,7 @@ Configuration parse_configuration(const Session &session, const std::string &tex
 		.err = session.err,
 		.surroundings = &quiet,
 		.parse_command = session.parse_command,
+		.warns_of_rules = false,
 	};
 	try {
 		run_commands(in_the_model, commands, AfterFailure::stop);
@@ -130,8 +131,10 @@ size_t apply_configuration(const Session &session, const Configuration &wanted)
 	(void)session.portal.gateway();
 	const Configuration running = read_configuration(session.read_status_file).configuration;
 	const std::vector<ConfigurationChange> changes = changes_between(running, wanted);
+	Session silent = session;
+	silent.warns_of_rules = false;
 	try {
-		run_commands(session, commands_of(session, changes), AfterFailure::stop);
+		run_commands(silent, commands_of(session, changes), AfterFailure::stop);
 	} catch (const Failure &failure) {
 		throw Failure(failure.code(), failure.what() + std::string(repeatable));
 	}

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "cpctl/failure.h"
+#include "cpctl/garden_check.h"
 #include "cpctl/garden_rules.h"
 #include "cpctl/quoted.h"
 
@@ -68,6 +69,7 @@ Action add_rules(const GardenPlace &place, const std::vector<std::string> &texts
 				      std::to_string(WG_RULES_PER_RECORD) + " at most; nothing was changed");
 		}
 		store(session, place, wanted);
+		warn_of_rules(session, place, wanted.rules, before);
 	};
 }
 

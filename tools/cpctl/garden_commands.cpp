@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/garden_commands.h"
 
+#include "cpctl/garden_check.h"
 #include "cpctl/garden_rules.h"
 #include "cpctl/gardens.h"
 #include "cpctl/value_names.h"
@@ -14,7 +15,10 @@ namespace
 Action replace(const GardenPlace &place, uint32_t enable_value, const std::vector<std::string> &rules)
 {
 	const Garden wanted = {enable_value, parse_rules(rules, place.parse())};
-	return [place, wanted](const Session &session) { store_garden(session, place, wanted); };
+	return [place, wanted](const Session &session) {
+		store_garden(session, place, wanted);
+		warn_of_rules(session, place, wanted.rules, 0);
+	};
 }
 
 } // namespace

@@ -35,6 +35,8 @@ struct Session {
 	const ParseCommand *parse_command = nullptr;
 	// The next command that needs the device opens it again.
 	std::function<void()> close_device = {};
+	// Off where a configuration is restored: what it has was warned of when it was made.
+	bool warns_of_rules = true;
 
 	void print(const std::string &line) const { out << line << '\n'; }
 	// Says on the error output what is no failure.
