@@ -1,7 +1,7 @@
 # The stages of scripts/test, each a function that runs in a shell of its own,
 # says what it likes, and calls "record VERDICT NAME" for every single test.
 
-host_packages=(cmake ninja-build g++ libc6-dev libgtest-dev nlohmann-json3-dev python3 libcli11-dev libldns-dev util-linux mandoc zsh fish)
+host_packages=(cmake ninja-build g++ libc6-dev libgtest-dev nlohmann-json3-dev python3 libcli11-dev libldns-dev util-linux mandoc zsh fish python3-jsonschema)
 style_packages=(clang-format clang-tidy)
 
 install_for_tests() {

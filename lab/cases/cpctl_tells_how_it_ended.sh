@@ -43,7 +43,21 @@ step "rules, gateway and companions come back"
 ends_with 0 "" cpctl garden replace wlan-1-1 on '*.example.com' 198.51.100.0/24
 expect_equal "the garden" $'wlan-1-1: garden on rules 2\n    *.example.com\n    198.51.100.0/24' \
 	"$(cpctl garden show wlan-1-1)"
+ends_with 0 "" cpctl garden add wlan-1-1 203.0.113.7
+ends_with 0 "is among the rules of wlan-1-1 already" cpctl garden add wlan-1-1 203.0.113.7
+expect_equal "the garden with one rule more" \
+	$'wlan-1-1: garden on rules 3\n    *.example.com\n    198.51.100.0/24\n    203.0.113.7' "$(cpctl garden show wlan-1-1)"
+ends_with 0 "opens captive.apple.com (Apple)" cpctl garden add wlan-1-1 '*.apple.com'
+ends_with 2 "wlan-1-1: '*.apple.com' opens captive.apple.com (Apple)" cpctl garden check
+ends_with 0 "" cpctl garden del wlan-1-1 203.0.113.7 '*.apple.com'
+ends_with 0 "" cpctl garden check
+ends_with 2 "is not among the rules of wlan-1-1: nothing was changed" cpctl garden del wlan-1-1 203.0.113.7
+ends_with 0 "" cpctl mirel garden add m.example
+expect_equal "the garden of the MIREL portal" $'mirel: garden off rules 1\n    m.example' "$(cpctl garden show mirel)"
+ends_with 0 "" cpctl mirel garden del m.example
 ends_with 0 "" cpctl garden default replace portal.example
+ends_with 0 "" cpctl garden default add other.example
+ends_with 0 "" cpctl garden default del other.example
 expect_equal "the default rules" $'default: rules 1\n    portal.example' "$(cpctl garden show default)"
 ends_with 0 "" cpctl gateway set 192.0.2.254
 expect_equal "the gateway" "gateway 192.0.2.254" "$(cpctl gateway show)"

@@ -44,6 +44,7 @@ expect 'cpctl interface set wlan-1-1 mode on b' block-https
 expect 'cpctl interface set wlan-1-1 disconnection pass-all ' connected disconnected
 expect 'cpctl interface owe map wlan-1-1' wlan-1-14 wlan-1-15 wlan-1-16
 expect 'cpctl garden replace wlan-1-1 ' on off
+expect 'cpctl garden check m' mirel mode-7
 expect 'cpctl --wait 3 mirel mode ' off on internet-passes drop-tcp
 expect 'cpctl status --stat' --statistics
 expect 'cpctl nonsense '

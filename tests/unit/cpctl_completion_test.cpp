@@ -52,6 +52,18 @@ TEST_F(CpctlCompletion, OffersTablesAndInterfaces)
 	EXPECT_EQ(offered({"interface", "owe", "map", "wlan-2-"}), "wlan-2-14 wlan-2-15 wlan-2-16");
 }
 
+TEST_F(CpctlCompletion, OffersGardensByWhatACommandTakes)
+{
+	EXPECT_EQ(offered({"garden", ""}), "add del replace default show check");
+	EXPECT_EQ(offered({"garden", "default", ""}), "add del replace");
+	EXPECT_EQ(offered({"mirel", "garden", ""}), "add del replace");
+	EXPECT_EQ(offered({"garden", "add", "m"}), "mode-7 mirel");
+	EXPECT_EQ(offered({"garden", "del", "wlan-3-8"}), "wlan-3-8");
+	EXPECT_EQ(offered({"garden", "add", "d"}), "");
+	EXPECT_EQ(offered({"garden", "check", "d"}), "default");
+	EXPECT_EQ(offered({"garden", "show", "s"}), "special-mark social-login");
+}
+
 TEST_F(CpctlCompletion, OffersModesAndBehavioursOfSettings)
 {
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "mode", ""}), "off on internet-passes drop-tcp");
@@ -115,6 +127,10 @@ TEST_F(CpctlManual, TellsOptionsAndCommands)
 		     "\n.It Ic client add Ar TABLE Ar MAC Oo Ar IFACE Oc\nAdd a client to a table.\n",
 		     "\n.It Ic status Oo Fl \\-statistics Oc\n",
 		     "\n.It Ic garden replace Ar IFACE Ar SWITCH Oo Ar RULE ... Oc\n",
+		     "\n.It Ic garden add Ar IFACE Ar RULE ...\n",
+		     "\n.It Ic garden default del Ar NAME ...\n",
+		     "\n.It Ic mirel garden add Ar RULE ...\n",
+		     "\n.It Ic garden check Oo Ar IFACE Oc\n",
 		     "\n  logout ADDRESS|none ",
 	     }) {
 		EXPECT_NE(out.find(part), std::string::npos) << part;

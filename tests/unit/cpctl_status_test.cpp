@@ -108,11 +108,6 @@ TEST_F(CpctlStatus, AnswersInJson)
 	EXPECT_FALSE(nlohmann::json::parse(out).contains("counters"));
 }
 
-TEST_F(CpctlStatus, IsTheOnlyOneThatAnswersInJson)
-{
-	expect_usage_failure({"-j", "gateway", "show"}, "no answer in JSON");
-}
-
 TEST_F(CpctlStatus, GivesMetrics)
 {
 	ASSERT_EQ(run({"metrics"}), 0) << err;

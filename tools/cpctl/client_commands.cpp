@@ -5,6 +5,7 @@
 
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
+#include "cpctl/json_answer.h"
 
 namespace cpctl
 {
@@ -114,6 +115,35 @@ void flush_one_by_one(const Session &session, const List &list)
 	require_empty(session, list);
 }
 
+// Null for the tables that are one for all interfaces.
+Json json_of_interface(const List &list)
+{
+	return list.interface.empty() ? Json() : Json(list.interface);
+}
+
+Json json_of(const List &list, const ClientList &listed)
+{
+	Json json = {{"interface", json_of_interface(list)}, {"complete", listed.complete}, {"clients", Json::array()}};
+	for (const MacAddress &mac : listed.clients) {
+		json["clients"].push_back(format_mac(mac));
+	}
+	return json;
+}
+
+void print(const Session &session, const List &list, const ClientList &listed)
+{
+	for (const MacAddress &mac : listed.clients) {
+		session.out << format_mac(mac) << (list.interface.empty() ? "" : " dev ") << list.interface << " table "
+			    << list.table.name << '\n';
+	}
+}
+
+// Null where the module does not tell.
+Json json_of(Presence presence)
+{
+	return presence == Presence::unknown ? Json() : Json(presence == Presence::listed);
+}
+
 Action flush_portal_tables(const std::string &interface)
 {
 	if (interface.empty()) {
@@ -187,16 +217,21 @@ Action show_clients(const std::string &table, const std::string &interface)
 {
 	const std::vector<List> lists = find_lists(table, interface, interface.empty());
 	return [lists](const Session &session) {
+		Json json = {{"table", lists.front().table.name}, {"lists", Json::array()}};
 		for (const List &list : lists) {
 			const ClientList listed = session.portal.clients(list.table, list.interface);
-			for (const MacAddress &mac : listed.clients) {
-				session.out << format_mac(mac) << (list.interface.empty() ? "" : " dev ")
-					    << list.interface << " table " << list.table.name << '\n';
+			if (session.json != JsonOutput::none) {
+				json["lists"].push_back(json_of(list, listed));
+			} else {
+				print(session, list, listed);
 			}
 			if (!listed.complete) {
 				session.note("the module tells the first " + std::to_string(GK_LIST_SLOTS) +
 					     " clients of a list; " + list.text() + " may have more");
 			}
+		}
+		if (session.json != JsonOutput::none) {
+			print_json(session, json);
 		}
 	};
 }
@@ -206,9 +241,18 @@ Action check_client(const std::string &table, const std::string &mac_text, const
 	const List list = find_list(table, interface);
 	const MacAddress mac = parse_mac(mac_text);
 	return [list, mac](const Session &session) {
-		switch (presence(session, list, mac)) {
+		const Presence found = presence(session, list, mac);
+		if (session.json != JsonOutput::none) {
+			print_json(session, {{"table", list.table.name},
+					     {"interface", json_of_interface(list)},
+					     {"mac", format_mac(mac)},
+					     {"listed", json_of(found)}});
+		}
+		switch (found) {
 		case Presence::listed:
-			session.out << format_mac(mac) << " is in " << list.text() << '\n';
+			if (session.json == JsonOutput::none) {
+				session.out << format_mac(mac) << " is in " << list.text() << '\n';
+			}
 			return;
 		case Presence::not_listed:
 			throw refusal(format_mac(mac) + " is not in " + list.text());

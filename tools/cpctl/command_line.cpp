@@ -209,12 +209,16 @@ private:
 		command->callback([this, command, make] {
 			command_.action = make(arguments_);
 			command_.sets = settings_.contains(command);
+			answers_json_ = answers_json_ || answers_.contains(command);
 		});
 		return command;
 	}
 
 	// Of the commands that set what a configuration has, and so may be in its file.
 	void sets_configuration(std::initializer_list<const CLI::App *> commands) { settings_.insert(commands); }
+
+	// Of the commands whose answer can be JSON.
+	void answers_in_json(std::initializer_list<const CLI::App *> commands) { answers_.insert(commands); }
 
 	void add_table(CLI::App &command, const char *also = "")
 	{
@@ -268,6 +272,7 @@ private:
 		add_table(show);
 		add_interface(show, "All interfaces when left out");
 		sets_configuration({&add, &del, &flush});
+		answers_in_json({&show, &check});
 		add_table(flush, ", or portal: the five tables of an interface at once");
 		add_interface(flush, "wlan-1-1 to wlan-3-8, or all; none for the mirel tables");
 	}
@@ -297,11 +302,12 @@ private:
 			return unmap_owe_interface(given.owe_interface);
 		});
 		unmap.add_option("OWE_IFACE", arguments_.owe_interface, "wlan-1-14 to wlan-3-16")->required();
-		add_command(owe, "show", "List the companions",
-			    [](const Arguments &) { return show_owe_interfaces(); });
+		const CLI::App *const show_owe = add_command(owe, "show", "List the companions",
+							     [](const Arguments &) { return show_owe_interfaces(); });
 		const CLI::App *const flush = add_command(owe, "flush", "Forget every companion",
 							  [](const Arguments &) { return flush_owe_interfaces(); });
 		sets_configuration({&set, &map, &unmap, flush});
+		answers_in_json({&show, show_owe});
 	}
 
 	static constexpr auto garden_rows = "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login or mirel";
@@ -362,6 +368,8 @@ private:
 		add_interface(check, "wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login, mirel or default; all "
 				     "when left out");
 
+		answers_in_json({&show, &check});
+
 		CLI::App &mirel_garden_object = *add_mirel_garden();
 		describe_rule_changes(mirel_garden_object, "RULE", rule, false,
 				      [](const Arguments &) { return mirel_garden(); });
@@ -394,7 +402,9 @@ private:
 		CLI::App &set = *add_command(gateway, "set", "Tell the module the address",
 					     [](const Arguments &given) { return set_gateway(given.value); });
 		set.add_option("ADDRESS", arguments_.value, "A.B.C.D, or none")->required();
-		add_command(gateway, "show", "Show it", [](const Arguments &) { return show_gateway(); });
+		const CLI::App *const show =
+			add_command(gateway, "show", "Show it", [](const Arguments &) { return show_gateway(); });
+		answers_in_json({show});
 
 		CLI::App &filter = *add_command(app_, "dns-filter", "Switch the DNS filter",
 						[](const Arguments &given) { return switch_dns_filter(given.value); });
@@ -411,10 +421,8 @@ private:
 	{
 		CLI::App &status =
 			*add_command(app_, "status", "Show what the module has stored, without its control device",
-				     [this](const Arguments &given) {
-					     answers_json_ = true;
-					     return show_status(given.statistics);
-				     });
+				     [](const Arguments &given) { return show_status(given.statistics); });
+		answers_in_json({&status});
 		status.add_flag("-s,--statistics", arguments_.statistics, "Also what became of frames, by reason");
 		add_command(app_, "metrics", "Print all counts for Prometheus",
 			    [](const Arguments &) { return show_metrics(); });
@@ -467,6 +475,7 @@ private:
 	CLI::App *mirel_ = nullptr;
 	Arguments arguments_;
 	std::set<const CLI::App *> settings_;
+	std::set<const CLI::App *> answers_;
 	// What the last words were.
 	ParsedCommand command_;
 	bool answers_json_ = false;

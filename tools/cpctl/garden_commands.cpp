@@ -4,6 +4,7 @@
 #include "cpctl/garden_check.h"
 #include "cpctl/garden_rules.h"
 #include "cpctl/gardens.h"
+#include "cpctl/json_answer.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
@@ -19,6 +20,16 @@ Action replace(const GardenPlace &place, uint32_t enable_value, const std::vecto
 		store_garden(session, place, wanted);
 		warn_of_rules(session, place, wanted.rules, 0);
 	};
+}
+
+// The default rules have no switch.
+Json json_of(const GardenPlace &place, const Garden &garden)
+{
+	Json json = {{"name", place.name}, {"garden", nullptr}, {"rules", texts_of(garden.rules)}};
+	if (place.row) {
+		json["garden"] = garden.on();
+	}
+	return json;
 }
 
 } // namespace
@@ -45,6 +56,10 @@ Action show_garden(const std::string &name)
 {
 	return [place = parse_garden_place(name)](const Session &session) {
 		const Garden garden = stored_garden(session, place);
+		if (session.json != JsonOutput::none) {
+			print_json(session, json_of(place, garden));
+			return;
+		}
 		session.out << place.name << ':';
 		if (place.row) {
 			session.out << " garden " << (garden.on() ? "on" : "off");

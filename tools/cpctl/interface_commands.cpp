@@ -5,6 +5,7 @@
 
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
+#include "cpctl/json_answer.h"
 #include "cpctl/quoted.h"
 #include "cpctl/row_names.h"
 #include "cpctl/value_names.h"
@@ -160,28 +161,56 @@ const Setting &find_setting(const std::string &name)
 			return setting;
 		}
 	}
-	throw usage_failure(quoted(name) + " is no setting of an interface: choose mode, block-https, logout, garden, "
-					   "cp-walled-garden or disconnection");
+	throw usage_failure(cpctl::quoted(name) +
+			    " is no setting of an interface: choose mode, block-https, logout, garden, "
+			    "cp-walled-garden or disconnection");
 }
 
-// Returns whether the kernel let the module answer.
-bool show_row(const Session &session, uint32_t row)
+// What the device tells of an interface; no status where the kernel's file layer answered the question for it.
+struct InterfaceAnswer {
+	Interface interface;
+	std::optional<cp_status> status;
+	Garden garden;
+	Disconnection disconnection;
+};
+
+InterfaceAnswer ask(const Session &session, uint32_t row)
 {
 	const Interface interface = interface_of_row(row);
-	const auto status = session.portal.status(row);
-	const Garden garden = session.portal.garden(row);
-	const Disconnection disconnection = session.portal.disconnection(interface.name);
-	const auto shown = [&status](std::span<const NamedValue> names, uint32_t cp_status::*member) {
+	return {interface, session.portal.status(row), session.portal.garden(row),
+		session.portal.disconnection(interface.name)};
+}
+
+void print(const Session &session, const InterfaceAnswer &answer)
+{
+	const auto &[interface, status, garden, disconnection] = answer;
+	const auto shown = [&status = status](std::span<const NamedValue> names, uint32_t cp_status::*member) {
 		return status ? name_of(names, (*status).*member) : "unknown";
 	};
-
 	session.out << interface.name << ": mode " << shown(mode_names(), &cp_status::cp_mode) << " block-https "
 		    << shown(block_https_names(), &cp_status::block_https) << " garden " << (garden.on() ? "on" : "off")
 		    << " rules " << garden.rules.size() << " disconnection "
 		    << name_of(behavior_names(), disconnection.behavior) << ' '
-		    << name_of(status_names(), disconnection.status) << " mark " << cp_interface_mark(row) << " ap "
-		    << (status ? format_ipv4({status->ap_addr}) : "unknown") << '\n';
-	return status.has_value();
+		    << name_of(status_names(), disconnection.status) << " mark " << cp_interface_mark(interface.row)
+		    << " ap " << (status ? format_ipv4({status->ap_addr}) : "unknown") << '\n';
+}
+
+// Keys as in the answer of status; null for what is unknown.
+Json json_of(const InterfaceAnswer &answer)
+{
+	const auto &[interface, status, garden, disconnection] = answer;
+	return {
+		{"index", interface.row},
+		{"name", interface.name},
+		{"mark", cp_interface_mark(interface.row)},
+		{"mode", status ? Json(name_of(mode_names(), status->cp_mode)) : Json()},
+		{"block_https", status ? Json(name_of(block_https_names(), status->block_https)) : Json()},
+		{"garden", garden.on()},
+		{"rules", garden.rules.size()},
+		{"disconnection_behavior", name_of(behavior_names(), disconnection.behavior)},
+		{"disconnection_status", name_of(status_names(), disconnection.status)},
+		{"ap_address", status ? Json(format_ipv4({status->ap_addr})) : Json()},
+	};
 }
 
 } // namespace
@@ -214,8 +243,18 @@ Action show_interface(const std::string &name)
 	const uint32_t end = every_interface ? uint32_t{CP_WIRELESS_INTERFACES} : first + 1;
 	return [first, end](const Session &session) {
 		bool answered = true;
+		Json json = {{"interfaces", Json::array()}};
 		for (uint32_t row = first; row < end; row++) {
-			answered = show_row(session, row) && answered;
+			const InterfaceAnswer answer = ask(session, row);
+			answered = answered && answer.status.has_value();
+			if (session.json != JsonOutput::none) {
+				json["interfaces"].push_back(json_of(answer));
+			} else {
+				print(session, answer);
+			}
+		}
+		if (session.json != JsonOutput::none) {
+			print_json(session, json);
 		}
 		if (!answered) {
 			session.note(std::string(command_2_taken));
@@ -231,7 +270,8 @@ Action map_owe_interface(const std::string &owe_name, const std::string &name)
 		session.portal.map_owe(owe.name, interface.name);
 		const std::string stored = session.portal.owe_mapping(owe.name);
 		if (stored != interface.name) {
-			throw refusal(owe.name + " is paired with " + (stored.empty() ? "nothing" : quoted(stored)) +
+			throw refusal(owe.name + " is paired with " +
+				      (stored.empty() ? "nothing" : cpctl::quoted(stored)) +
 				      " though the module took the command: see the kernel log (dmesg)");
 		}
 	};
@@ -244,7 +284,7 @@ Action unmap_owe_interface(const std::string &owe_name)
 		session.portal.unmap_owe(owe.name);
 		const std::string stored = session.portal.owe_mapping(owe.name);
 		if (!stored.empty()) {
-			throw refusal(owe.name + " is still paired with " + quoted(stored) +
+			throw refusal(owe.name + " is still paired with " + cpctl::quoted(stored) +
 				      " though the module took the command: see the kernel log (dmesg)");
 		}
 	};
@@ -253,12 +293,18 @@ Action unmap_owe_interface(const std::string &owe_name)
 Action show_owe_interfaces()
 {
 	return [](const Session &session) {
+		Json json = {{"owe", Json::array()}};
 		for (uint32_t row = 0; row < CP_OWE_INTERFACES; row++) {
 			const Interface owe = owe_interface_of_row(row);
 			const std::string interface = session.portal.owe_mapping(owe.name);
-			if (!interface.empty()) {
+			if (session.json != JsonOutput::none) {
+				json["owe"].push_back({{"name", owe.name}, {"interface", interface}});
+			} else if (!interface.empty()) {
 				session.out << owe.name << " dev " << interface << '\n';
 			}
+		}
+		if (session.json != JsonOutput::none) {
+			print_json(session, json);
 		}
 	};
 }

@@ -6,12 +6,11 @@
 #include <map>
 #include <sstream>
 
-#include <nlohmann/json.hpp>
-
 #include "captive_portal/reasons.h"
 #include "cpctl/client_tables.h"
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
+#include "cpctl/json_answer.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
@@ -19,8 +18,6 @@ namespace cpctl
 
 namespace
 {
-
-using Json = nlohmann::ordered_json;
 
 // The format of the files that this cpctl knows. A newer one may mean something else by the same keys.
 constexpr int64_t known_format = 1;
@@ -302,8 +299,7 @@ Action show_status(bool statistics)
 			if (statistics) {
 				json["counters"] = json_of(counts);
 			}
-			session.print(json.dump(session.json == JsonOutput::pretty ? 4 : -1, ' ', true,
-						Json::error_handler_t::replace));
+			print_json(session, json);
 			return;
 		}
 		// All of it or nothing: a line that is not understood may come late.

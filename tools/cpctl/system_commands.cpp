@@ -2,6 +2,7 @@
 #include "cpctl/system_commands.h"
 
 #include "cpctl/failure.h"
+#include "cpctl/json_answer.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
@@ -34,6 +35,10 @@ Action show_gateway()
 {
 	return [](const Session &session) {
 		const Ipv4Address address = session.portal.gateway();
+		if (session.json != JsonOutput::none) {
+			print_json(session, {{"gateway", format_ipv4(address)}});
+			return;
+		}
 		session.out << "gateway " << (address == no_address ? "none" : format_ipv4(address)) << '\n';
 	};
 }

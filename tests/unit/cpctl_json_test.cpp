@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Answers of cpctl for programs, of the module's own core, against the schema that is installed with cpctl.
+#include "tests/unit/cpctl_core.h"
+
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+#include "base/counters.h"
+#include "captive_portal/gatekeeper.h"
+
+namespace captive_portal::test
+{
+
+namespace
+{
+
+using Words = std::vector<std::string>;
+
+struct Verdict {
+	int code = -1;
+	std::string said;
+};
+
+class CpctlJson : public CpctlWithTheCore
+{
+protected:
+	void TearDown() override
+	{
+		if (!answers_.empty()) {
+			const Verdict verdict = validate(answers_);
+			EXPECT_EQ(verdict.code, 0) << verdict.said;
+		}
+		CpctlWithTheCore::TearDown();
+	}
+
+	// The answer of a command in one line, which -p gives in several; the schema's definition of that name is asked
+	// about it at the end of the test.
+	std::string json(const std::string &definition, const Words &words, int code = 0)
+	{
+		EXPECT_EQ(run(with("-p", words)), code) << err;
+		const std::string pretty = out;
+		EXPECT_EQ(run(with("-j", words)), code) << err;
+		EXPECT_GT(std::ranges::count(pretty, '\n'), 1);
+		EXPECT_EQ(std::ranges::count(out, '\n'), 1);
+		EXPECT_EQ(nlohmann::ordered_json::parse(pretty), nlohmann::ordered_json::parse(out));
+		answers_ += definition + "\t" + out;
+		return out.substr(0, out.size() - 1);
+	}
+
+	// What the validator says of lines of a definition, a tab, and an answer.
+	Verdict validate(const std::string &answers)
+	{
+		const std::string command = CPCTL_VALIDATOR " '" CPCTL_SCHEMA "' '" + file_with(answers) + "' 2>&1";
+		FILE *const pipe = popen(command.c_str(), "r");
+		Verdict verdict;
+		if (pipe == nullptr) {
+			verdict.said = "no shell";
+			return verdict;
+		}
+		char buffer[4096];
+		for (size_t size = 0; (size = fread(buffer, 1, sizeof(buffer), pipe)) != 0;) {
+			verdict.said.append(buffer, size);
+		}
+		verdict.code = pclose(pipe);
+		return verdict;
+	}
+
+	// One client more than the module tells of a list, on that of wlan-1-1.
+	void fill_list(gk_set_command sub_command)
+	{
+		for (unsigned i = 0; i <= GK_LIST_SLOTS; i++) {
+			gk_cmd record = {};
+			record.cmd = sub_command;
+			std::memcpy(record.iface, "wlan-1-1", 8);
+			record.mac[0] = 0x02;
+			record.mac[4] = static_cast<uint8_t>(i >> 8);
+			record.mac[5] = static_cast<uint8_t>(i);
+			send(GATEKEEPER_IOCTL_SET, record);
+		}
+	}
+
+	static Words with(const char *option, Words words)
+	{
+		words.insert(words.begin(), option);
+		return words;
+	}
+
+private:
+	std::string answers_;
+};
+
+TEST_F(CpctlJson, ClientShow)
+{
+	(void)answer({"client", "add", "login", "02:00:5e:10:00:01", "wlan-2-3"});
+	(void)answer({"client", "add", "mirel-black", "02:00:5e:10:00:02"});
+	EXPECT_EQ(
+		json("client_show", {"client", "show", "login", "wlan-2-3"}),
+		R"({"table":"login","lists":[{"interface":"wlan-2-3","complete":true,"clients":["02:00:5e:10:00:01"]}]})");
+	EXPECT_EQ(json("client_show", {"client", "show", "auth", "wlan-1-1"}),
+		  R"({"table":"auth","lists":[{"interface":"wlan-1-1","complete":true,"clients":[]}]})");
+	EXPECT_EQ(
+		json("client_show", {"client", "show", "mirel-black"}),
+		R"({"table":"mirel-black","lists":[{"interface":null,"complete":true,"clients":["02:00:5e:10:00:02"]}]})");
+	const auto all = nlohmann::json::parse(json("client_show", {"client", "show", "login"}));
+	ASSERT_EQ(all["lists"].size(), 24U);
+	EXPECT_EQ(all["lists"][10]["interface"], "wlan-2-3");
+	EXPECT_EQ(all["lists"][10]["clients"].size(), 1U);
+}
+
+TEST_F(CpctlJson, ClientShowOfAListThatIsTooLong)
+{
+	fill_list(ADD_LOGIN_MAC);
+	const auto list =
+		nlohmann::json::parse(json("client_show", {"client", "show", "login", "wlan-1-1"}))["lists"][0];
+	EXPECT_EQ(list["complete"], false);
+	EXPECT_EQ(list["clients"].size(), 1034U);
+	EXPECT_NE(err.find("may have more"), std::string::npos);
+}
+
+// The exit code and the message are those of the answer for people.
+TEST_F(CpctlJson, ClientCheck)
+{
+	(void)answer({"client", "add", "login", "02:00:5e:10:00:01", "wlan-2-3"});
+	EXPECT_EQ(json("client_check", {"client", "check", "login", "02:00:5E:10:00:01", "wlan-2-3"}),
+		  R"({"table":"login","interface":"wlan-2-3","mac":"02:00:5e:10:00:01","listed":true})");
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(json("client_check", {"client", "check", "mirel-white", "02:00:5e:10:00:01"}, 2),
+		  R"({"table":"mirel-white","interface":null,"mac":"02:00:5e:10:00:01","listed":false})");
+	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is not in mirel-white\n");
+}
+
+TEST_F(CpctlJson, ClientCheckOfAListThatIsTooLong)
+{
+	fill_list(ADD_AUTH_MAC);
+	EXPECT_EQ(json("client_check", {"client", "check", "auth", "02:00:5e:10:00:01", "wlan-1-1"}, 2),
+		  R"({"table":"auth","interface":"wlan-1-1","mac":"02:00:5e:10:00:01","listed":null})");
+}
+
+TEST_F(CpctlJson, InterfaceShow)
+{
+	(void)answer({"interface", "set", "wlan-1-2", "mode", "drop-tcp", "block-https", "9", "garden", "on",
+		      "disconnection", "pass-dhcp", "disconnected"});
+	(void)answer({"garden", "add", "wlan-1-2", "a.example"});
+	EXPECT_EQ(
+		json("interface_show", {"interface", "show", "wlan-1-2"}),
+		R"({"interfaces":[{"index":1,"name":"wlan-1-2","mark":5201,"mode":"drop-tcp","block_https":"9",)"
+		R"("garden":true,"rules":1,"disconnection_behavior":"pass-dhcp","disconnection_status":"disconnected",)"
+		R"("ap_address":"0.0.0.0"}]})");
+	EXPECT_EQ(nlohmann::json::parse(json("interface_show", {"interface", "show"}))["interfaces"].size(), 24U);
+}
+
+TEST_F(CpctlJson, InterfaceShowWhereTheFileLayerAnswers)
+{
+	file_layer_answers = true;
+	EXPECT_EQ(json("interface_show", {"interface", "show", "wlan-3-8"}),
+		  R"({"interfaces":[{"index":23,"name":"wlan-3-8","mark":5247,"mode":null,"block_https":null,)"
+		  R"("garden":false,"rules":0,"disconnection_behavior":"drop-all","disconnection_status":"connected",)"
+		  R"("ap_address":null}]})");
+	EXPECT_NE(err.find("FIGETBSZ"), std::string::npos);
+}
+
+TEST_F(CpctlJson, InterfaceOweShow)
+{
+	(void)answer({"interface", "owe", "map", "wlan-1-15", "wlan-2-1"});
+	const auto owe = nlohmann::json::parse(json("interface_owe_show", {"interface", "owe", "show"}))["owe"];
+	ASSERT_EQ(owe.size(), 9U);
+	EXPECT_EQ(owe[0].dump(), R"({"interface":"","name":"wlan-1-14"})");
+	EXPECT_EQ(owe[1].dump(), R"({"interface":"wlan-2-1","name":"wlan-1-15"})");
+}
+
+TEST_F(CpctlJson, GardenShow)
+{
+	(void)answer({"garden", "replace", "wlan-1-1", "on", "*.example.com", "10.1.2.0/24", "it's\"quoted\\.example"});
+	EXPECT_EQ(
+		json("garden_show", {"garden", "show", "wlan-1-1"}),
+		R"({"name":"wlan-1-1","garden":true,"rules":["*.example.com","10.1.2.0/24","it's\"quoted\\.example"]})");
+	EXPECT_EQ(json("garden_show", {"garden", "show", "mirel"}), R"({"name":"mirel","garden":false,"rules":[]})");
+	(void)answer({"garden", "default", "add", "a.example"});
+	EXPECT_EQ(json("garden_show", {"garden", "show", "default"}),
+		  R"({"name":"default","garden":null,"rules":["a.example"]})");
+}
+
+TEST_F(CpctlJson, GardenCheck)
+{
+	EXPECT_EQ(json("garden_check", {"garden", "check", "wlan-1-1"}),
+		  R"({"gardens":[{"name":"wlan-1-1","warnings":[]}]})");
+	(void)run({"garden", "replace", "wlan-1-1", "on", "*example.com", "10.1.2.0/24", "10.1.2.7"});
+	EXPECT_EQ(
+		json("garden_check", {"garden", "check", "wlan-1-1"}, 2),
+		R"({"gardens":[{"name":"wlan-1-1","warnings":[{"kind":"matches-more","rule":"*example.com","other":null,)"
+		R"("names":["badexample.com"],"text":"'*example.com' opens 'badexample.com', too: for what is below a )"
+		R"(name write '*.example.com'"},{"kind":"contained","rule":"10.1.2.7","other":"10.1.2.0/24","names":[],)"
+		R"("text":"'10.1.2.7' opens nothing that '10.1.2.0/24' does not"}]}]})");
+	EXPECT_EQ(err, "cpctl: 2 warnings: garden del takes a rule away, garden replace writes all of a garden anew\n");
+	// One of each kind.
+	(void)run({"garden", "replace", "mirel", "on", "*", "*example", "Shop.*", "a.example", "a.example", "2.2.2.2",
+		   "0.0.0.0/0"});
+	(void)run({"garden", "replace", "wlan-3-8", "on", "*.example", "social-login.example.com", "Www.example.net"});
+	EXPECT_EQ(nlohmann::json::parse(json("garden_check", {"garden", "check"}, 2))["gardens"].size(), 29U);
+}
+
+TEST_F(CpctlJson, GatewayShow)
+{
+	EXPECT_EQ(json("gateway_show", {"gateway", "show"}), R"({"gateway":"0.0.0.0"})");
+	(void)answer({"gateway", "set", "192.0.2.254"});
+	EXPECT_EQ(json("gateway_show", {"gateway", "show"}), R"({"gateway":"192.0.2.254"})");
+}
+
+TEST_F(CpctlJson, Status)
+{
+	(void)json("status", {"status"});
+	(void)answer({"interface", "set", "wlan-2-3", "mode", "7", "block-https", "redirect", "logout", "192.0.2.1",
+		      "disconnection", "pass-all", "9"});
+	(void)answer({"interface", "set", "mirel", "mode", "9"});
+	(void)answer({"interface", "owe", "map", "wlan-1-15", "wlan-2-1"});
+	(void)answer({"client", "add", "login", "02:00:5e:10:00:01", "wlan-2-3"});
+	count(10, CP_REASON_DROP_ICMP);
+	count(CP_COUNTER_ROW_OTHER, CP_REASON_DNS_ANSWER);
+	const auto status = nlohmann::json::parse(json("status", {"status", "-s"}));
+	EXPECT_EQ(status["interfaces"].size(), 28U);
+	EXPECT_EQ(status["interfaces"][10]["clients"]["login"], 1);
+	EXPECT_EQ(status["interfaces"][27]["mode"], "9");
+	EXPECT_EQ(status["counters"].dump(), R"([{"interface":"wlan-2-3","reason":"icmp","value":1},)"
+					     R"({"interface":"other","reason":"dns-answer","value":1}])");
+}
+
+TEST_F(CpctlJson, CommandsWithoutAnAnswerRefuseTheOption)
+{
+	for (const Words &words :
+	     {Words{"gateway", "set", "none"}, Words{"garden", "add", "wlan-1-1", "a.example"},
+	      Words{"garden", "replace", "wlan-1-1", "on"}, Words{"client", "flush", "mirel-black"}, Words{"metrics"},
+	      Words{"save"}, Words{"debug", "1"}}) {
+		EXPECT_EQ(run(with("-j", words)), 1) << words.front();
+		EXPECT_EQ(out, "");
+		EXPECT_EQ(err, "cpctl: this command has no answer in JSON: leave -j and -p out\n");
+	}
+	EXPECT_EQ(openings, 0);
+}
+
+// A mistake leaves the answer empty.
+TEST_F(CpctlJson, FailuresAreText)
+{
+	EXPECT_EQ(run({"-j", "garden", "show", "wlan-1-9"}), 1);
+	EXPECT_EQ(out, "");
+	EXPECT_EQ(err.substr(0, 7), "cpctl: ");
+}
+
+// The schema and its validator are no formality.
+TEST_F(CpctlJson, TheSchemaRefusesOtherAnswers)
+{
+	const Words wrong = {
+		"gateway_show\t{}",
+		"gateway_show\t{\"gateway\":\"192.0.2.256\"}",
+		"gateway_show\t{\"gateway\":null}",
+		"gateway_show\t{\"gateway\":\"192.0.2.1\",\"more\":1}",
+		"garden_show\t{\"gateway\":\"192.0.2.1\"}",
+		"garden_show\t{\"name\":\"wlan-1-9\",\"garden\":true,\"rules\":[]}",
+		"garden_show\t{\"name\":\"wlan-1-1\",\"garden\":1,\"rules\":[]}",
+		"client_check\t{\"table\":\"wite\",\"interface\":null,\"mac\":\"02:00:5e:10:00:01\",\"listed\":true}",
+		"client_check\t{\"table\":\"white\",\"interface\":\"\",\"mac\":\"02:00:5e:10:00:01\",\"listed\":true}",
+		"client_check\t{\"table\":\"white\",\"interface\":null,\"mac\":\"02:00:5E:10:00:01\",\"listed\":true}",
+	};
+	std::string lines;
+	for (const std::string &answer : wrong) {
+		lines += answer + "\n";
+	}
+	const Verdict verdict = validate(lines);
+	EXPECT_NE(verdict.code, 0);
+	for (size_t line = 1; line <= wrong.size(); line++) {
+		EXPECT_NE(verdict.said.find("line " + std::to_string(line) + ": "), std::string::npos) << verdict.said;
+	}
+	const Verdict right = validate("gateway_show\t{\"gateway\":\"192.0.2.1\"}\n");
+	EXPECT_EQ(right.code, 0) << right.said;
+}
+
+} // namespace
+
+} // namespace captive_portal::test

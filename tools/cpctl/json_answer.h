@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Answers for programs. Their keys are those of cpctl.schema.json, which tells of every answer.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "cpctl/session.h"
+
+namespace cpctl
+{
+
+// Keys stay in the order in which they are written.
+using Json = nlohmann::ordered_json;
+
+// As -j or -p want it. What is no UTF-8 becomes U+FFFD.
+void print_json(const Session &session, const Json &answer);
+
+} // namespace cpctl
