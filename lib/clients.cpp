@@ -201,26 +201,35 @@ void require_empty(const List &list)
 	}
 }
 
+// Of two full replies.
+bool same_clients(const gk_list_reply &one, const gk_list_reply &other)
+{
+	return std::ranges::equal(one.entries, other.entries, [](const gk_list_slot &left, const gk_list_slot &right) {
+		return std::ranges::equal(left.mac, right.mac);
+	});
+}
+
+// What a full reply shows may be the same although all of it was deleted, if each client was listed more often.
+constexpr unsigned most_rounds_without_a_difference = 16;
+
 void flush_one_by_one(const List &list)
 {
-	uint32_t before = 0;
-	do {
-		const auto reply = list.read();
-		before = reply->count;
+	std::unique_ptr<gk_list_reply> before;
+	unsigned without_a_difference = 0;
+	while (without_a_difference < most_rounds_without_a_difference) {
+		auto reply = list.read();
 		for (uint32_t i = 0; i < reply->count; i++) {
 			captiveportal_mac mac = {};
 			std::ranges::copy(reply->entries[i].mac, mac.octets);
 			list.del(mac);
 		}
-		// A full reply may not have been the whole list: go on as long as the deletions have an effect.
-		if (before == GK_LIST_SLOTS) {
-			const auto after = list.read();
-			if (after->count == before &&
-			    std::ranges::equal(after->entries[0].mac, reply->entries[0].mac)) {
-				break;
-			}
+		if (reply->count < GK_LIST_SLOTS) {
+			break;
 		}
-	} while (before == GK_LIST_SLOTS);
+		without_a_difference =
+			before != nullptr && same_clients(*before, *reply) ? without_a_difference + 1 : 0;
+		before = std::move(reply);
+	}
 	require_empty(list);
 }
 

@@ -85,6 +85,23 @@ TEST_F(CpctlWithTheCore, RulesAreTakenAsTheyAreWritten)
 		  "wlan-2-1: garden on rules 4\n    -ads.example\n    --help\n    --\n    ++\n");
 }
 
+// The same stations were added a second time, by a daemon that had forgotten them, say: what a reply shows is the same
+// before and after it was deleted.
+TEST_F(CpctlWithTheCore, FlushOneByOneTakesAFullReplyTwice)
+{
+	for (unsigned i = 0; i < 2 * 1034; i++) {
+		gk_cmd record = {};
+		record.cmd = ADD_LOGIN_MAC;
+		std::memcpy(record.iface, "wlan-1-1", 8);
+		record.mac[0] = 0x02;
+		record.mac[4] = static_cast<uint8_t>(i % 1034 >> 8);
+		record.mac[5] = static_cast<uint8_t>(i % 1034);
+		send(GATEKEEPER_IOCTL_SET, record);
+	}
+	EXPECT_EQ(run({"client", "flush", "login", "wlan-1-1"}), 0) << err;
+	EXPECT_EQ(machine.status_text("clients"), "");
+}
+
 TEST_F(CpctlWithTheCore, DelTakesDuplicatesThatADaemonMade)
 {
 	gk_cmd record = {};

@@ -247,6 +247,21 @@ TEST_F(LibraryWithTheCore, FlushesTakeAllInterfaces)
 	EXPECT_FALSE(listed(CAPTIVEPORTAL_WHITE, "wlan-3-8", first));
 }
 
+// What a reply shows is the same before and after it was deleted.
+TEST_F(LibraryWithTheCore, FlushesTakeAFullReplyTwice)
+{
+	captiveportal_read_back(portal, 0);
+	for (unsigned i = 0; i < 2 * 1034; i++) {
+		const captiveportal_mac mac = {
+			{0x02, 0, 0, 1, static_cast<uint8_t>(i % 1034 >> 8), static_cast<uint8_t>(i % 1034)}};
+		ASSERT_EQ(captiveportal_add_client(portal, CAPTIVEPORTAL_LOGIN, "wlan-1-1", &mac), CAPTIVEPORTAL_OK);
+	}
+	captiveportal_read_back(portal, 1);
+	EXPECT_EQ(captiveportal_flush_clients(portal, CAPTIVEPORTAL_LOGIN, "wlan-1-1"), CAPTIVEPORTAL_OK)
+		<< captiveportal_error_text();
+	EXPECT_EQ(machine.status_text("clients"), "");
+}
+
 TEST_F(LibraryWithTheCore, SettingsAreStored)
 {
 	EXPECT_EQ(captiveportal_set_mode(portal, "wlan-1-2", CAPTIVEPORTAL_MODE_DROP_TCP), CAPTIVEPORTAL_OK);

@@ -18,6 +18,9 @@ constexpr std::string_view all_interfaces = "all";
 // Flushes the tables of an interface in one call of the module.
 constexpr std::string_view all_portal_tables = "portal";
 
+// What a full reply shows may be the same although all of it was deleted, if each client was listed more often.
+constexpr unsigned most_rounds_without_a_difference = 16;
+
 // One list of the module: a table, and the interface when the table has a list for each.
 struct List {
 	const ClientTable &table;
@@ -99,7 +102,9 @@ void require_empty(const Session &session, const List &list)
 
 void flush_one_by_one(const Session &session, const List &list)
 {
-	for (;;) {
+	std::vector<MacAddress> before;
+	unsigned without_a_difference = 0;
+	while (without_a_difference < most_rounds_without_a_difference) {
 		const ClientList listed = session.portal.clients(list.table, list.interface);
 		for (const MacAddress &mac : listed.clients) {
 			session.portal.change_clients(list.table.del, list.interface, mac);
@@ -107,10 +112,8 @@ void flush_one_by_one(const Session &session, const List &list)
 		if (listed.complete) {
 			break;
 		}
-		// More came into view: go on as long as the deletions have an effect.
-		if (session.portal.clients(list.table, list.interface).clients == listed.clients) {
-			break;
-		}
+		without_a_difference = listed.clients == before ? without_a_difference + 1 : 0;
+		before = listed.clients;
 	}
 	require_empty(session, list);
 }
