@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/status_commands.h"
 
-#include <array>
 #include <iomanip>
 #include <map>
 #include <sstream>
 
-#include "captive_portal/reasons.h"
 #include "cpctl/client_tables.h"
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 #include "cpctl/json_answer.h"
+#include "cpctl/reasons.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
@@ -22,25 +21,11 @@ namespace
 // The format of the files that this cpctl knows. A newer one may mean something else by the same keys.
 constexpr int64_t known_format = 1;
 
-struct Reason {
-	std::string_view name;
-	std::string_view sentence;
-};
-constexpr std::array reasons = {
-#define REASON_ENTRY(enumerator, name, sentence) Reason{name, sentence},
-	CP_REASONS(REASON_ENTRY)
-#undef REASON_ENTRY
-};
-
 // A module that is newer than cpctl may count what cpctl has no sentence for.
 std::string_view sentence_of(std::string_view name)
 {
-	for (const Reason &reason : reasons) {
-		if (reason.name == name) {
-			return reason.sentence;
-		}
-	}
-	return "counted by a reason that is newer than this cpctl";
+	const Reason *const reason = find_reason(name);
+	return reason != nullptr ? reason->sentence : "counted by a reason that is newer than this cpctl";
 }
 
 struct Status {
