@@ -77,8 +77,8 @@ protected:
 			return std::make_unique<MachineDevice>(machine, file_layer_answers, calls);
 		};
 		const auto read_status_file = [this](const std::string &name) { return machine.status_text(name); };
-		const cpctl::ExitCode code =
-			cpctl::run_command_line(words, {open, read_status_file, surroundings}, out_stream, err_stream);
+		const cpctl::ExitCode code = cpctl::run_command_line(
+			words, {open, read_status_file, surroundings, explaining}, out_stream, err_stream);
 		out = out_stream.str();
 		err = err_stream.str();
 		return static_cast<int>(code);
@@ -117,6 +117,7 @@ protected:
 	bool file_layer_answers = false;
 	std::string standard_input;
 	cpctl::Surroundings surroundings;
+	cpctl::Explaining explaining;
 	// Of the device, all together and by command.
 	int openings = 0;
 	std::map<int, size_t> calls;

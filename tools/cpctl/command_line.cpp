@@ -10,6 +10,7 @@
 #include "cpctl/client_commands.h"
 #include "cpctl/command_words.h"
 #include "cpctl/configuration_commands.h"
+#include "cpctl/explain/frame_words.h"
 #include "cpctl/garden_changes.h"
 #include "cpctl/garden_check.h"
 #include "cpctl/garden_commands.h"
@@ -52,6 +53,7 @@ struct Arguments {
 	bool force = false;
 	bool dry_run = false;
 	UpgradeFiles upgrade;
+	ExplainArguments explain;
 
 	std::string table;
 	std::string mac;
@@ -96,6 +98,7 @@ public:
 		describe_mirel();
 		describe_system();
 		describe_status();
+		describe_explain();
 		describe_configuration();
 		label_usage();
 	}
@@ -428,6 +431,29 @@ private:
 			    [](const Arguments &) { return show_metrics(); });
 	}
 
+	void describe_explain()
+	{
+		CLI::App &command = *add_command(
+			app_, "explain", "Say what the module would do with frames, and why, without sending any",
+			[this](const Arguments &given) {
+				answers_json_ = true;
+				return show_explanation(given.explain);
+			});
+		command.add_option(
+			"FRAME", arguments_.explain.words,
+			"dev, out, from, to, mark, cached, tcp, udp, icmp, ip, dhcp, arp, ipv6, reply, then: see "
+			"below");
+		command.add_option("--hex", arguments_.explain.hex, "The frame's bytes, from its Ethernet header on")
+			->type_name("BYTES");
+		command.add_option("--pcap", arguments_.explain.pcap, "Frames of a capture of tcpdump -w")
+			->type_name("FILE");
+		command.add_option("--number", arguments_.explain.number, "Of them the frame with this number, from 1")
+			->type_name("NUMBER");
+		command.add_flag("-v,--verbose", arguments_.explain.verbose,
+				 "Also what the module would log at debug level 3");
+		command.footer(std::string(frame_words_help));
+	}
+
 	void describe_configuration()
 	{
 		CLI::App &save = *add_command(app_, "save", "Write the whole configuration as commands",
@@ -550,6 +576,7 @@ ExitCode run_command_line(const std::vector<std::string> &words, const Module &m
 			.surroundings = &module.surroundings,
 			.parse_command = &parse_command,
 			.close_device = [&device] { device.close(); },
+			.explaining = &module.explaining,
 		});
 	} catch (const CLI::ParseError &mistake) {
 		return command_line.explain(mistake, out, err);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cpctl/control_device.h"
+#include "cpctl/explain/explain_command.h"
 #include "cpctl/failure.h"
 #include "cpctl/status_files.h"
 #include "cpctl/surroundings.h"
@@ -26,6 +27,7 @@ struct Module {
 	OpenDevice open_device;
 	ReadStatusFile read_status_file;
 	Surroundings surroundings = {};
+	Explaining explaining = {};
 };
 
 // Runs the command that `words` (without the program's name) ask for. The device is opened after all of them have been

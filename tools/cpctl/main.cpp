@@ -12,6 +12,15 @@
 namespace
 {
 
+cpctl::Explaining explaining()
+{
+#ifdef CPCTL_HAS_MODULE_COPY
+	return {.make_copy = cpctl::make_module_copy, .read_devices = cpctl::read_network_devices};
+#else
+	return {};
+#endif
+}
+
 // Nothing else runs in this program, so nobody changes the environment meanwhile.
 std::string environment(const char *name)
 {
@@ -38,8 +47,8 @@ int main(int count, char **words)
 	try {
 		const cpctl::ExitCode code = cpctl::run_command_line(
 			{words + 1, words + count},
-			{cpctl::open_kernel_device, cpctl::read_kernel_status_file, surroundings()}, std::cout,
-			std::cerr);
+			{cpctl::open_kernel_device, cpctl::read_kernel_status_file, surroundings(), explaining()},
+			std::cout, std::cerr);
 		if (!std::cout.flush()) {
 			std::cerr << "cpctl: the answer could not be written: is the disk full?\n";
 			return static_cast<int>(cpctl::ExitCode::unavailable);

@@ -15,6 +15,8 @@
 namespace cpctl
 {
 
+struct Explaining;
+
 // Whether answers are JSON, and whether with line breaks for people.
 enum class JsonOutput { none, compact, pretty };
 
@@ -37,6 +39,8 @@ struct Session {
 	std::function<void()> close_device = {};
 	// Off where a configuration is restored: what it has was warned of when it was made.
 	bool warns_of_rules = true;
+	// For explain alone.
+	const Explaining *explaining = nullptr;
 
 	void print(const std::string &line) const { out << line << '\n'; }
 	// Says on the error output what is no failure.
