@@ -18,6 +18,16 @@ inline constexpr size_t counter_count = size_t{CP_REASON_COUNT} * CP_COUNTER_ROW
 	return size_t{reason} * CP_COUNTER_ROWS + row;
 }
 
+// What a counter counts, for whoever keeps them.
+[[nodiscard]] constexpr uint32_t row_of_counter(size_t counter)
+{
+	return static_cast<uint32_t>(counter % CP_COUNTER_ROWS);
+}
+[[nodiscard]] constexpr cp_reason reason_of_counter(size_t counter)
+{
+	return static_cast<cp_reason>(counter / CP_COUNTER_ROWS);
+}
+
 inline void count(uint32_t row, cp_reason reason)
 {
 	cp_count(counter_of(row, reason));

@@ -37,7 +37,7 @@ TEST_F(CpctlExplainWords, ClientWithoutPortal)
 	EXPECT_EQ(explained(std::string(client) + "icmp 192.168.1.11 203.0.113.10"),
 		  "icmp 192.168.1.11 > 203.0.113.10\n"
 		  "  02:11:01:01:01:00 > 02:00:00:00:00:fe, in by wlan-1-1\n"
-		  "  gatekeeper: passed: wlan-1-1 has no portal\n"
+		  "  gatekeeper: passed: the client is in no table, there is no portal\n"
 		  "    02:11:01:01:01:00 is in no table of wlan-1-1\n"
 		  "    wlan-1-1 has mode off\n"
 		  "  portal check: passed: nothing is to be checked\n"
@@ -91,7 +91,7 @@ TEST_F(CpctlExplainWords, NamesTheTableThatAdmits)
 	EXPECT_EQ(explained(std::string(client) + "udp 192.168.1.11 203.0.113.10 port 443"),
 		  "udp 192.168.1.11:51000 > 203.0.113.10:443\n"
 		  "  02:11:01:01:01:00 > 02:00:00:00:00:fe, in by wlan-1-1\n"
-		  "  gatekeeper: passed: admitted by login of wlan-1-1\n"
+		  "  gatekeeper: passed: the client is on the login list\n"
 		  "    02:11:01:01:01:00 is in white of wlan-1-1, login of wlan-1-1, mirel-black\n"
 		  "    the MIREL portal has mode off\n"
 		  "  portal check: passed: nothing is to be checked\n"

@@ -286,31 +286,31 @@ int cp_thread_should_stop(void)
 }
 void cp_thread_sleep(uint32_t) {}
 
-int cp_counters_create(uint32_t)
+int cp_counters_create(size_t)
 {
 	return 0;
 }
 void cp_counters_remove(void) {}
 
-void cp_count(uint32_t counter)
+void cp_count(size_t counter)
 {
 	counts.push_back(
-		{.row = counter / CP_REASON_COUNT, .reason = static_cast<cp_reason>(counter % CP_REASON_COUNT)});
+		{.row = captive_portal::row_of_counter(counter), .reason = captive_portal::reason_of_counter(counter)});
 }
 
-enum cp_verdict cp_count_and_accept(uint32_t counter)
+enum cp_verdict cp_count_and_accept(size_t counter)
 {
 	cp_count(counter);
 	return CP_ACCEPT;
 }
 
-enum cp_verdict cp_count_and_drop(uint32_t counter)
+enum cp_verdict cp_count_and_drop(size_t counter)
 {
 	cp_count(counter);
 	return CP_DROP;
 }
 
-uint64_t cp_counted(uint32_t)
+uint64_t cp_counted(size_t)
 {
 	return 0;
 }

@@ -168,30 +168,12 @@ private:
 		} else if (!is_admitted(listed)) {
 			because(interface + " has mode " + mode_name(own));
 		}
-		tell_why_admitted(listed, interface);
 	}
 
 	// A client that the row's own lists admit.
 	[[nodiscard]] static bool is_admitted(const std::vector<std::string> &listed)
 	{
 		return !std::ranges::all_of(listed, is_for_all_interfaces);
-	}
-
-	void tell_why_admitted(const std::vector<std::string> &listed, const std::string &interface)
-	{
-		const bool mirel_on = settings(CP_ROW_MIREL).mode != CP_MODE_OFF;
-		if (mirel_on && std::ranges::find(listed, "mirel-white") != listed.end()) {
-			passed("admitted by mirel-white");
-			return;
-		}
-		// In the order in which the module asks them.
-		for (const char *const table : {"login", "auth", "white", "ga-white", "mac-auth-fallback"}) {
-			if (std::ranges::find(listed, table) != listed.end()) {
-				passed("admitted by " + std::string(table) + " of " + interface);
-				return;
-			}
-		}
-		passed(interface + " has no portal");
 	}
 
 	// ---- Portal check ------------------------------------------------------------------------------------------
