@@ -64,6 +64,19 @@ TEST_F(CpctlCompletion, OffersGardensByWhatACommandTakes)
 	EXPECT_EQ(offered({"garden", "show", "s"}), "special-mark social-login");
 }
 
+TEST_F(CpctlCompletion, OffersWordsOfFrames)
+{
+	EXPECT_EQ(run({"--complete", "explain", "d"}), 0);
+	EXPECT_EQ(out, "dev\tthe bridge's port by which it comes\ndhcp\ta client looks for a server\n");
+	EXPECT_EQ(offered({"explain", "dev", "wlan-3-"}),
+		  "wlan-3-1 wlan-3-2 wlan-3-3 wlan-3-4 wlan-3-5 wlan-3-6 wlan-3-7 wlan-3-8");
+	EXPECT_EQ(offered({"explain", "dev", "wlan-1-1", "from", ""}), "");
+	EXPECT_EQ(offered({"explain", "dev", "wlan-1-1", "tcp", "192.0.2.1", "198.51.100.1", "s"}),
+		  "sport syn syn-ack");
+	EXPECT_EQ(offered({"explain", "arp", "then", "out", "wlan-1-1", "re"}), "reply");
+	EXPECT_EQ(offered({"explain", "--pcap", ""}), ":files");
+}
+
 TEST_F(CpctlCompletion, OffersModesAndBehavioursOfSettings)
 {
 	EXPECT_EQ(offered({"interface", "set", "wlan-1-1", "mode", ""}), "off on internet-passes drop-tcp");

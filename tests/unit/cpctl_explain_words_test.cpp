@@ -9,6 +9,7 @@
 #include "cpctl/explain/pcap_file.h"
 #include "garden/arecord_cache.h"
 #include "tests/unit/cpctl_explain.h"
+#include "tests/unit/dns_messages.h"
 
 namespace captive_portal::test
 {
@@ -17,6 +18,17 @@ namespace
 {
 
 constexpr const char *client = "dev wlan-1-1 from 02:11:01:01:01:00 ";
+
+std::string hex_of(const cpctl::FrameBytes &bytes)
+{
+	constexpr std::string_view digits = "0123456789abcdef";
+	std::string text;
+	for (const uint8_t byte : bytes) {
+		text += digits[byte >> 4];
+		text += digits[byte & 0xf];
+	}
+	return text;
+}
 
 class CpctlExplainWords : public CpctlExplain
 {
@@ -306,6 +318,22 @@ TEST_F(CpctlExplainWords, TakesBytes)
 	EXPECT_EQ(run({"explain", "dev", "wlan-1-1", "--hex", arp, "--pcap", "x"}), 1);
 }
 
+TEST_F(CpctlExplainWords, ReadsDnsAnswers)
+{
+	cpctl({"garden", "replace", "wlan-1-1", "on", "*.example.com"});
+	const DnsMessage message =
+		DnsMessage().header(1).name("www.example.com").question().pointer(12).a_record(300, 203, 0, 113, 10);
+	const cpctl::FrameBytes frame = cpctl::udp_frame({{0x02, 0x22, 0, 0, 0, 0xfe}, {0x02, 0x11, 1, 1, 1, 0}},
+							 {{ipv4(203, 0, 113, 53).raw}, 53},
+							 {{ipv4(192, 168, 1, 11).raw}, 5000}, message.bytes());
+	EXPECT_EQ(answer({"explain", "out", "wlan-1-1", "--hex", hex_of(frame)}),
+		  "udp 203.0.113.53:53 > 192.168.1.11:5000\n"
+		  "  02:22:00:00:00:fe > 02:11:01:01:01:00, out by wlan-1-1\n"
+		  "  reply rewrite: read: a DNS answer\n"
+		  "    stored: an address, new to the cache\n"
+		  "  verdict: passed: passes as it is\n");
+}
+
 // Every length of a frame gives some explanation.
 TEST_F(CpctlExplainWords, TakesFramesThatAreCutAnywhere)
 {
@@ -313,12 +341,9 @@ TEST_F(CpctlExplainWords, TakesFramesThatAreCutAnywhere)
 	const cpctl::FrameBytes whole =
 		cpctl::tcp_frame({{0x02, 0x11, 1, 1, 1, 0}, {}}, {{ipv4(192, 168, 1, 11).raw}, 51000},
 				 {{ipv4(203, 0, 113, 10).raw}, 80}, cpctl::tcp_syn);
-	constexpr std::string_view digits = "0123456789abcdef";
-	std::string hex;
-	for (const uint8_t byte : whole) {
-		hex += digits[byte >> 4];
-		hex += digits[byte & 0xf];
-		EXPECT_NE(answer({"explain", "dev", "wlan-1-1", "--hex", hex}).find("\n  verdict: "),
+	for (size_t size = 1; size <= whole.size(); size++) {
+		const cpctl::FrameBytes frame(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
+		EXPECT_NE(answer({"explain", "dev", "wlan-1-1", "--hex", hex_of(frame)}).find("\n  verdict: "),
 			  std::string::npos);
 	}
 	EXPECT_NE(out.find("verdict: redirected"), std::string::npos) << out;

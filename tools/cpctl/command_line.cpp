@@ -439,10 +439,7 @@ private:
 				answers_json_ = true;
 				return show_explanation(given.explain);
 			});
-		command.add_option(
-			"FRAME", arguments_.explain.words,
-			"dev, out, from, to, mark, cached, tcp, udp, icmp, ip, dhcp, arp, ipv6, reply, then: see "
-			"below");
+		command.add_option("FRAME", arguments_.explain.words, "Words that describe it, see below");
 		command.add_option("--hex", arguments_.explain.hex, "The frame's bytes, from its Ethernet header on")
 			->type_name("BYTES");
 		command.add_option("--pcap", arguments_.explain.pcap, "Frames of a capture of tcpdump -w")

@@ -97,6 +97,11 @@ struct Setting {
 	return settings;
 }
 
+[[nodiscard]] std::vector<std::string> interface_words()
+{
+	return listed_words("wlan-1-1 to wlan-3-8");
+}
+
 // Names and values take turns: a name says how many values follow it.
 void add_settings(Answer &answer, const std::vector<Setting> &settings, std::span<const std::string> given)
 {
@@ -108,7 +113,8 @@ void add_settings(Answer &answer, const std::vector<Setting> &settings, std::spa
 		given = given.subspan(1);
 		if (given.size() < setting->values.size()) {
 			for (const std::string &value : setting->values[given.size()]) {
-				for (const std::string &word : listed_words(value)) {
+				for (const std::string &word :
+				     value == "IFACE" ? interface_words() : listed_words(value)) {
 					answer.add(word, setting->description);
 				}
 			}
@@ -126,7 +132,7 @@ void add_settings(Answer &answer, const std::vector<Setting> &settings, std::spa
 {
 	std::vector<std::string> words = listed_words(parameter.description);
 	if (words.empty() && parameter.name == "IFACE") {
-		words = listed_words("wlan-1-1 to wlan-3-8");
+		words = interface_words();
 	}
 	return words;
 }
@@ -161,7 +167,7 @@ void add_settings(Answer &answer, const std::vector<Setting> &settings, std::spa
 		return std::string(file_names);
 	}
 	Answer answer(typed);
-	if (parameter.repeated && parameter.name == "SETTINGS") {
+	if (parameter.repeated && (parameter.name == "SETTINGS" || parameter.name == "FRAME")) {
 		add_settings(answer, settings_of(command.footer), given.subspan(place));
 		return answer.text();
 	}

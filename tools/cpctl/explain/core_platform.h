@@ -20,9 +20,6 @@ namespace cpctl::explain
 [[nodiscard]] std::vector<Count> take_counts();
 [[nodiscard]] std::vector<std::string> take_log();
 
-// Blocks that the core has not given back.
-[[nodiscard]] size_t live_blocks();
-
 // The packet and its mark as a hook gets them. They point into `packet`.
 class HookPacket
 {

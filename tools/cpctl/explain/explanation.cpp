@@ -7,7 +7,6 @@
 #include "cpctl/explain/meanings.h"
 #include "cpctl/explain/narration.h"
 #include "cpctl/failure.h"
-#include "cpctl/value_names.h"
 
 namespace cpctl
 {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cpctl/explain/module_copy.h"
@@ -27,17 +28,32 @@ struct FrameRequest {
 	FrameBytes bytes = {};
 };
 
+// Lines of two blanks, a word with what follows it, and what it says: completion reads them.
 inline constexpr std::string_view frame_words_help =
 	"FRAME says where a frame comes from, and what it is:\n"
-	"  dev IFACE     the bridge's port by which it comes; out IFACE: by which it leaves\n"
-	"  from MAC      who sends it; to MAC: to whom (02:00:00:00:00:fe if not given, as a router)\n"
-	"  mark NUMBER   set by a firewall rule behind the gatekeeper\n"
-	"  cached        its destination is in the cache of a name that the walled garden permits\n"
-	"  tcp SOURCE DESTINATION port PORT [sport PORT] [syn|syn-ack|ack|fin-ack|rst]\n"
-	"  udp SOURCE DESTINATION port PORT [sport PORT]\n"
-	"  icmp SOURCE DESTINATION, ip SOURCE DESTINATION proto NUMBER, dhcp, arp, ipv6\n"
-	"  reply [syn-ack|ack|fin-ack|rst]   what the access point answers to the frame before\n"
-	"then begins another frame, which has dev, out, from and to of the one before unless it says otherwise.";
+	"  dev IFACE                the bridge's port by which it comes\n"
+	"  out IFACE                the one by which it leaves\n"
+	"  from MAC                 who sends it\n"
+	"  to MAC                   to whom; to a router if not given\n"
+	"  mark NUMBER              set by a firewall rule behind the gatekeeper\n"
+	"  cached                   its destination is in the cache, for a name that the garden permits\n"
+	"  tcp SOURCE DESTINATION   with port, sport and one of the flags, syn if not given\n"
+	"  udp SOURCE DESTINATION   with port or sport\n"
+	"  icmp SOURCE DESTINATION  a ping\n"
+	"  ip SOURCE DESTINATION    of another protocol, with proto\n"
+	"  dhcp                     a client looks for a server\n"
+	"  arp                      a client looks for an address\n"
+	"  ipv6                     whatever is in it\n"
+	"  reply                    what the access point answers to the request before it, with one of the flags\n"
+	"  port NUMBER              to which it is sent\n"
+	"  sport NUMBER             from which it is sent\n"
+	"  proto NUMBER             of a protocol\n"
+	"  syn                      the first segment of a connection\n"
+	"  syn-ack                  the answer to it\n"
+	"  ack                      a segment in between\n"
+	"  fin-ack                  the last one\n"
+	"  rst                      a reset\n"
+	"  then                     begins another frame, which has dev, out, from and to of the one before";
 
 // One frame or more. Throws Failure(usage).
 [[nodiscard]] std::vector<FrameRequest> parse_frames(std::span<const std::string> words);

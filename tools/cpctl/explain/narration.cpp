@@ -19,16 +19,26 @@ namespace
 constexpr std::string_view wireless_prefix = "wlan";
 
 // What is counted beside the reason of the verdict.
-bool is_about_connection(cp_reason reason)
+bool is_beside_verdict(cp_reason reason)
 {
-	return reason == CP_REASON_CONNECTION_RECORDED || reason == CP_REASON_CONNECTION_LOST ||
-	       reason == CP_REASON_CONNECTION_ENDED;
+	switch (reason) {
+	case CP_REASON_CONNECTION_RECORDED:
+	case CP_REASON_CONNECTION_LOST:
+	case CP_REASON_CONNECTION_ENDED:
+	case CP_REASON_ADDRESS_STORED:
+	case CP_REASON_ADDRESS_REFRESHED:
+	case CP_REASON_ADDRESS_REFUSED:
+	case CP_REASON_ADDRESS_LOST:
+		return true;
+	default:
+		return false;
+	}
 }
 
 std::optional<Count> count_of_verdict(const HookRun &run)
 {
 	const auto found =
-		std::ranges::find_if(run.counts, [](const Count &count) { return !is_about_connection(count.reason); });
+		std::ranges::find_if(run.counts, [](const Count &count) { return !is_beside_verdict(count.reason); });
 	return found != run.counts.end() ? std::optional(*found) : std::nullopt;
 }
 
@@ -79,9 +89,10 @@ public:
 			step_.decision = reasons[count_->reason].sentence;
 		}
 		for (const Count &count : step_.run.counts) {
-			if (is_about_connection(count.reason)) {
-				because(std::string(reasons[count.reason].sentence) + ", of " +
-					name_of_counted_row(count.row));
+			if (is_beside_verdict(count.reason)) {
+				const std::string sentence(reasons[count.reason].sentence);
+				because(count.row < CP_ROWS ? sentence + ", of " + name_of_counted_row(count.row) :
+							      sentence);
 			}
 		}
 	}
