@@ -210,7 +210,7 @@ bool same_clients(const gk_list_reply &one, const gk_list_reply &other)
 }
 
 // What a full reply shows may be the same although all of it was deleted, if each client was listed more often.
-constexpr unsigned most_rounds_without_a_difference = 16;
+constexpr unsigned most_rounds_without_a_difference = 8;
 
 void flush_one_by_one(const List &list)
 {

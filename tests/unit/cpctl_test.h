@@ -59,7 +59,7 @@ public:
 
 	long exchange(cp_command command, std::span<std::byte> record) override
 	{
-		const size_t call = of(command).size();
+		const auto call = static_cast<size_t>(std::ranges::count(calls, command, &Call::command));
 		calls.push_back({command, {record.begin(), record.end()}});
 		return answers_.contains(command) ? answers_[command](record, call) : 0;
 	}

@@ -19,7 +19,7 @@ constexpr std::string_view all_interfaces = "all";
 constexpr std::string_view all_portal_tables = "portal";
 
 // What a full reply shows may be the same although all of it was deleted, if each client was listed more often.
-constexpr unsigned most_rounds_without_a_difference = 16;
+constexpr unsigned most_rounds_without_a_difference = 8;
 
 // One list of the module: a table, and the interface when the table has a list for each.
 struct List {
