@@ -55,6 +55,42 @@ seen=$(($(redirected) - 600))
 ((100 <= seen && seen <= 300)) || fail "with the rules $seen of 600 were redirected"
 echo "$seen of 600 were redirected"
 
+# first_segments NUMBER CHANGE...  600 frames that the module takes for a connection's first segment, as lib/frame_bytes.py
+# changes them; sender and source address are this number's own.  How many of them it recorded.
+first_segments() {
+	local before
+	before=$(redirected)
+	PYTHONPATH=$LAB/lib in_client 1-1 python3 - "$@" <<'END'
+import socket, sys
+from frame_bytes import change_frame, good_frame
+number, *changes = sys.argv[1:]
+wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+wire.bind(("eth0", 0))
+for port in range(600):
+    frame = change_frame(good_frame("tcp/203.0.113.10/80"), f"client-port={port + 20000}")
+    for change in (f"source=192.168.101.{number}", *changes):
+        frame = change_frame(frame, change)
+    wire.send(frame[:6] + bytes((2, 0, 0, 9, 9, int(number))) + frame[12:])
+END
+	sleep 1
+	echo $(($(redirected) - before))
+}
+
+step "so is whatever else the module takes for a first segment"
+number=0
+for dress in flags=12 vlan=5 vlan=0 total=1400 version=6 "options=10 flags=12"; do
+	nft delete table bridge captive_portal_guard
+	number=$((number + 1))
+	# shellcheck disable=SC2086
+	expect_equal "recorded without the rules: $dress" 600 "$(first_segments "$number" $dress)"
+	nft -f /payload/firewall/limit-new-connections.nft
+	number=$((number + 1))
+	# shellcheck disable=SC2086
+	seen=$(first_segments "$number" $dress)
+	((100 <= seen && seen <= 300)) || fail "with the rules $seen of 600 were recorded: $dress"
+	echo "$dress: $seen of 600"
+done
+
 step "who is slower goes on"
 sleep 10
 portal_answers 1-1
