@@ -88,7 +88,8 @@ void captiveportal_read_back(struct captiveportal *portal, int on);
 
 /*
  * A command of the device as it is, for records that this library does not know: `record` has `size` bytes and is written
- * to by commands that answer. Returns what ioctl() returns, a failure as the negative error number.
+ * to by commands that answer. Returns what ioctl() returns, a failure as the negative error number; -EINVAL, and sends nothing,
+ * when there is no record, or one that is smaller than the module takes it to be.
  */
 long captiveportal_exchange(struct captiveportal *portal, uint32_t command, void *record, size_t size);
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "captive_portal/captive_portal.h"
 #include "lib/device_file.h"
 #include "lib/interface.h"
 
@@ -49,6 +50,31 @@ Failure not_stored(std::string_view what)
 
 namespace
 {
+
+// The bytes that the module reads, or writes, at the place that it is given.
+size_t record_size(uint32_t command)
+{
+	switch (command) {
+	case CAPTIVE_PORTAL_IOCTL_SET:
+		return sizeof(cp_cmd);
+	case CAPTIVE_PORTAL_IOCTL_GET:
+		return sizeof(cp_status);
+	case WALLED_GARDEN_IOCTL_SET:
+	case WALLED_GARDEN_IOCTL_GET:
+		return sizeof(wg_cmd);
+	case GATEWAY_IOCTL_SET:
+	case GATEWAY_IOCTL_GET:
+		return sizeof(uint32_t);
+	case GATEKEEPER_IOCTL_SET:
+		return sizeof(gk_cmd);
+	case GATEKEEPER_IOCTL_GET:
+		return sizeof(gk_list_reply);
+	case GATEKEEPER_IOCTL_CHECK:
+		return sizeof(gk_check_reply);
+	default:
+		return 0;
+	}
+}
 
 int make_handle(const captiveportal_transport &transport, void *context, captiveportal **portal)
 {
@@ -127,6 +153,9 @@ void captiveportal_read_back(captiveportal *portal, int on)
 
 long captiveportal_exchange(captiveportal *portal, uint32_t command, void *record, size_t size)
 {
+	if (record == nullptr || size < record_size(command)) {
+		return -EINVAL;
+	}
 	return portal->transport.exchange(portal->context, command, record, size);
 }
 

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 extern "C" int library_header_in_c(uint32_t *row, size_t *sizes);
 
@@ -249,6 +251,24 @@ TEST(LibraryOpen, KnowsADeviceThatIsNotTheModules)
 		  "command 7 of the control device: not understood: is this the module's device?"s);
 	EXPECT_EQ(captiveportal_exchange(portal, 7, &gateway, sizeof(gateway)), -ENOTTY);
 	EXPECT_EQ(captiveportal_pass_value(portal, 11, 1), -ENOTTY);
+	captiveportal_close(portal);
+}
+
+// The module takes the size from the command's number: it would write behind a record that is smaller.
+TEST(LibraryOpen, SendsNoRecordThatIsTooSmall)
+{
+	captiveportal *portal = nullptr;
+	ASSERT_EQ(captiveportal_open("/dev/null", 0, &portal), CAPTIVEPORTAL_OK);
+	std::vector<char> record(32768);
+	const std::pair<uint32_t, size_t> sizes[] = {{1, 28}, {2, 320}, {3, 3376},  {4, 3376}, {6, 4},
+						     {7, 4},  {8, 52},  {9, 16592}, {10, 32}};
+	for (const auto &[command, size] : sizes) {
+		EXPECT_EQ(captiveportal_exchange(portal, command, record.data(), size - 1), -EINVAL) << command;
+		EXPECT_EQ(captiveportal_exchange(portal, command, nullptr, size), -EINVAL) << command;
+		// The kernel answers 2 itself, for every file.
+		EXPECT_EQ(captiveportal_exchange(portal, command, record.data(), size), command == 2 ? 0 : -ENOTTY)
+			<< command;
+	}
 	captiveportal_close(portal);
 }
 
