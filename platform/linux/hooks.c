@@ -77,7 +77,10 @@ int cp_register_hooks(const struct cp_hook *hooks, uint32_t count)
 			return -EINVAL;
 	}
 	error = nf_register_net_hooks(&init_net, operations, count);
-	if (!error)
+	if (error)
+		/* The first of them may have been registered, and run yet: a load that fails frees what it counts in. */
+		synchronize_net();
+	else
 		registered = count;
 	return error;
 }
