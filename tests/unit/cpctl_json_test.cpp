@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Answers of cpctl for programs, of the module's own core, against the schema that is installed with cpctl.
-#include "tests/unit/cpctl_core.h"
+#include "tests/unit/cpctl_explain.h"
 
 #include <cstdio>
 
@@ -22,7 +22,7 @@ struct Verdict {
 	std::string said;
 };
 
-class CpctlJson : public CpctlWithTheCore
+class CpctlJson : public CpctlExplain
 {
 protected:
 	void TearDown() override
@@ -31,7 +31,7 @@ protected:
 			const Verdict verdict = validate(answers_);
 			EXPECT_EQ(verdict.code, 0) << verdict.said;
 		}
-		CpctlWithTheCore::TearDown();
+		CpctlExplain::TearDown();
 	}
 
 	// The answer of a command in one line, which -p gives in several; the schema's definition of that name is asked
@@ -225,6 +225,18 @@ TEST_F(CpctlJson, Status)
 					     R"({"interface":"other","reason":"dns-answer","value":1}])");
 }
 
+TEST_F(CpctlJson, ExplainedFrames)
+{
+	portal_on(0)(machine);
+	const auto explanation = nlohmann::json::parse(
+		json("explain", {"explain", "dev", "wlan-1-1", "tcp", "192.168.100.61", "203.0.113.10", "port", "80",
+				 "syn", "then", "out", "wlan-1-1", "reply"}));
+	ASSERT_EQ(explanation["frames"].size(), 2U);
+	EXPECT_EQ(explanation["frames"][0]["verdict"], "redirected");
+	EXPECT_EQ(explanation["frames"][0]["hooks"][0]["counted"][0]["reason"], "marked-portal");
+	EXPECT_EQ(explanation["frames"][1]["verdict"], "rewritten");
+}
+
 TEST_F(CpctlJson, CommandsWithoutAnAnswerRefuseTheOption)
 {
 	for (const Words &words :
@@ -257,6 +269,7 @@ TEST_F(CpctlJson, TheSchemaRefusesOtherAnswers)
 		"garden_show\t{\"gateway\":\"192.0.2.1\"}",
 		"garden_show\t{\"name\":\"wlan-1-9\",\"garden\":true,\"rules\":[]}",
 		"garden_show\t{\"name\":\"wlan-1-1\",\"garden\":1,\"rules\":[]}",
+		"explain\t{\"assumed\":[],\"frames\":[{}]}",
 		"client_check\t{\"table\":\"wite\",\"interface\":null,\"mac\":\"02:00:5e:10:00:01\",\"listed\":true}",
 		"client_check\t{\"table\":\"white\",\"interface\":\"\",\"mac\":\"02:00:5e:10:00:01\",\"listed\":true}",
 		"client_check\t{\"table\":\"white\",\"interface\":null,\"mac\":\"02:00:5E:10:00:01\",\"listed\":true}",

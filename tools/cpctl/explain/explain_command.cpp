@@ -3,13 +3,12 @@
 
 #include <sstream>
 
-#include <nlohmann/json.hpp>
-
 #include "cpctl/explain/explanation.h"
 #include "cpctl/explain/frame_bytes.h"
 #include "cpctl/explain/meanings.h"
 #include "cpctl/explain/pcap_file.h"
 #include "cpctl/failure.h"
+#include "cpctl/json_answer.h"
 #include "cpctl/reasons.h"
 
 namespace cpctl
@@ -17,8 +16,6 @@ namespace cpctl
 
 namespace
 {
-
-using Json = nlohmann::ordered_json;
 
 std::vector<FrameRequest> requests_with(const FrameRequest &place, const std::vector<FrameBytes> &frames)
 {
@@ -202,14 +199,13 @@ Json json_of(const FrameExplanation &frame)
 	return json;
 }
 
-void print_json(const Session &session, const Explanation &explanation)
+Json json_of(const Explanation &explanation)
 {
 	Json json = {{"assumed", explanation.assumed}, {"frames", Json::array()}};
 	for (const FrameExplanation &frame : explanation.frames) {
 		json["frames"].push_back(json_of(frame));
 	}
-	session.print(
-		json.dump(session.json == JsonOutput::pretty ? 4 : -1, ' ', true, Json::error_handler_t::replace));
+	return json;
 }
 
 } // namespace
@@ -229,7 +225,7 @@ Action show_explanation(const ExplainArguments &arguments)
 		const std::unique_ptr<ModuleCopy> copy = session.explaining->make_copy();
 		const Explanation explanation = explain_frames(requests, tables, devices, *copy);
 		if (session.json != JsonOutput::none) {
-			print_json(session, explanation);
+			print_json(session, json_of(explanation));
 		} else {
 			print_explanation(session, explanation, verbose);
 		}
