@@ -13,6 +13,7 @@ captive_portal-core := \
 	garden/arecord_index.o \
 	garden/arecord_refresh.o \
 	garden/arecord_removal.o \
+	garden/cache_status.o \
 	garden/dns_name.o \
 	garden/dns_name_ends.o \
 	garden/dns_parser.o \

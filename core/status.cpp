@@ -6,6 +6,7 @@
 #include "base/lock.h"
 #include "base/status_text.h"
 #include "garden/arecord_cache.h"
+#include "garden/cache_status.h"
 #include "garden/rule_status.h"
 #include "gatekeeper/client_status.h"
 #include "portal/interface_table.h"
@@ -123,6 +124,7 @@ constexpr cp_status_file files[] = {
 	{.name = "clients", .parts = CLIENT_LISTS, .write_part = write_client_list},
 	{.name = "garden", .parts = 1 + CP_ROWS, .write_part = write_rules},
 	{.name = "counters", .parts = CP_COUNTER_ROWS, .write_part = write_counts},
+	{.name = "cache", .parts = ARECORD_BUCKETS, .write_part = write_cached_addresses},
 };
 
 } // namespace

@@ -4,7 +4,7 @@
 //
 // "status": a line "module", one "interface" for each row of the tables, one "owe" for each companion.
 // "clients": a line for each client of each list. "garden": a line for each rule. "counters": a line for each
-// count that is not 0.
+// count that is not 0. "cache": a line for each cached address, and for each of its names.
 #pragma once
 
 #include "platform/platform.h"

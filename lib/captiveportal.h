@@ -375,9 +375,9 @@ int captiveportal_get_default_rules(struct captiveportal *portal, struct captive
 /* --- status files ---------------------------------------------------------------------------------------------------- */
 
 /*
- * The whole of /proc/captive_portal/NAME: "status", "clients", "garden" or "counters". No device is needed: `portal` may
- * be NULL, and somebody else may have it open. *text is ended by NUL behind its *length bytes and given back with
- * captiveportal_free(). UNAVAILABLE or NO_PERMISSION, with errno, when it cannot be read.
+ * The whole of /proc/captive_portal/NAME: "status", "clients", "garden", "counters" or "cache". No device is needed:
+ * `portal` may be NULL, and somebody else may have it open. *text is ended by NUL behind its *length bytes and given back
+ * with captiveportal_free(). UNAVAILABLE or NO_PERMISSION, with errno, when it cannot be read.
  */
 int captiveportal_read_status(struct captiveportal *portal, const char *name, char **text, size_t *length);
 

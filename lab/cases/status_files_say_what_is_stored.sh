@@ -11,8 +11,8 @@ read_as_nobody() { setpriv --reuid 65534 --regid 65534 --clear-groups cat "$STAT
 expect_failure test -e $STATUS
 load_module
 step "a directory of its own, files that nobody else may read"
-expect_equal "the files" "clients counters garden status" "$(echo $(ls -A $STATUS))"
-for file in clients counters garden status; do
+expect_equal "the files" "cache clients counters garden status" "$(echo $(ls -A $STATUS))"
+for file in cache clients counters garden status; do
 	expect_equal "$file" "-r--r----- root root 0" "$(stat -c '%A %U %G %s' $STATUS/$file)"
 done
 expect_failure read_as_nobody
@@ -117,6 +117,6 @@ before=$(cat $STATUS/status)
 insmod "$second"
 wait_until 10 "its device is there" test -c /dev/CP_deX
 expect_failure test -e /proc/captive_portaX
-expect_equal "the files" "clients counters garden status" "$(echo $(ls -A $STATUS))"
+expect_equal "the files" "cache clients counters garden status" "$(echo $(ls -A $STATUS))"
 rmmod captive_portaX
 expect_equal "the first one's" "$before" "$(cat $STATUS/status)"

@@ -13,7 +13,7 @@
 
 #include "platform/linux/compat/proc_operations.h"
 
-enum { MAXIMAL_FILES = 4 };
+enum { MAXIMAL_FILES = 5 };
 
 /* Given to the core as the text: it says of which file a part is asked for, too. */
 static struct seq_file *sequence_of(struct cp_status_text *text)

@@ -52,11 +52,12 @@ TEST_F(Status, HasADirectoryOfItsOwnThatRootAndItsGroupMayRead)
 	ASSERT_NE(directory, nullptr);
 	EXPECT_STREQ(directory->name, "captive_portal");
 	EXPECT_EQ(directory->mode, 0440);
-	ASSERT_EQ(directory->file_count, 4u);
+	ASSERT_EQ(directory->file_count, 5u);
 	EXPECT_STREQ(directory->files[0].name, "status");
 	EXPECT_STREQ(directory->files[1].name, "clients");
 	EXPECT_STREQ(directory->files[2].name, "garden");
 	EXPECT_STREQ(directory->files[3].name, "counters");
+	EXPECT_STREQ(directory->files[4].name, "cache");
 }
 
 TEST_F(Status, SaysWhatAFreshModuleHas)
@@ -79,6 +80,7 @@ TEST_F(Status, SaysWhatAFreshModuleHas)
 	EXPECT_EQ(lines[37], "owe name=wlan-3-16 interface=");
 	EXPECT_EQ(lines_of("clients"), Lines());
 	EXPECT_EQ(lines_of("garden"), Lines());
+	EXPECT_EQ(lines_of("cache"), Lines());
 }
 
 TEST_F(Status, SaysWhatTheDaemonHasSet)
