@@ -7,6 +7,8 @@
 #include <CLI/CLI.hpp>
 
 #include "cpctl/batch.h"
+#include "cpctl/cache_commands.h"
+#include "cpctl/check_command.h"
 #include "cpctl/client_commands.h"
 #include "cpctl/command_words.h"
 #include "cpctl/configuration_commands.h"
@@ -15,6 +17,7 @@
 #include "cpctl/garden_check.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
+#include "cpctl/monitor_command.h"
 #include "cpctl/self_description.h"
 #include "cpctl/status_commands.h"
 #include "cpctl/system_commands.h"
@@ -54,6 +57,10 @@ struct Arguments {
 	bool dry_run = false;
 	UpgradeFiles upgrade;
 	ExplainArguments explain;
+	CacheArguments cache;
+	double interval = 1;
+	FollowLimits limits;
+	bool from_start = false;
 
 	std::string table;
 	std::string mac;
@@ -99,6 +106,8 @@ public:
 		describe_system();
 		describe_status();
 		describe_explain();
+		describe_cache();
+		describe_watching();
 		describe_configuration();
 		label_usage();
 	}
@@ -449,6 +458,58 @@ private:
 		command.add_flag("-v,--verbose", arguments_.explain.verbose,
 				 "Also what the module would log at debug level 3");
 		command.footer(std::string(frame_words_help));
+	}
+
+	void describe_cache()
+	{
+		CLI::App &cache = *add_object(app_, "cache", "Cached addresses of names that clients asked for");
+		CLI::App &show = *add_command(cache, "show", "List them", [this](const Arguments &given) {
+			answers_json_ = true;
+			return show_cache(given.cache);
+		});
+		CLI::App &follow =
+			*add_command(cache, "follow", "Show what comes and goes", [this](const Arguments &given) {
+				answers_json_ = not_in_files_ = true;
+				return follow_cache(given.cache, given.interval, given.limits);
+			});
+		for (CLI::App *command : {&show, &follow}) {
+			command->add_option(
+				"IFACE", arguments_.cache.interface,
+				"Only wlan-1-1 to wlan-3-8, special-mark, mode-7, social-login or mirel: what "
+				"its garden permits");
+			command->add_option("--name", arguments_.cache.name, "Only names like this one, with * and ?")
+				->type_name("PATTERN");
+			command->add_option("--address", arguments_.cache.address, "Only this one")
+				->type_name("ADDRESS");
+		}
+		follow.add_option("--interval", arguments_.interval, "Seconds between two looks")
+			->type_name("SECONDS")
+			->capture_default_str();
+		add_limits(follow);
+	}
+
+	void add_limits(CLI::App &command)
+	{
+		command.add_option("--seconds", arguments_.limits.seconds, "End after so long")->type_name("SECONDS");
+		command.add_option("--count", arguments_.limits.count, "End after so many lines")->type_name("NUMBER");
+	}
+
+	void describe_watching()
+	{
+		CLI::App &monitor_command = *add_command(
+			app_, "monitor", "Say what the module writes into the kernel log, as it comes",
+			[this](const Arguments &given) {
+				answers_json_ = not_in_files_ = true;
+				return monitor(given.from_start ? KernelLogStart::at_its_begin : KernelLogStart::now,
+					       given.limits);
+			});
+		monitor_command.add_flag("--all", arguments_.from_start, "Also what the log has already");
+		add_limits(monitor_command);
+		add_command(app_, "check", "Look at this machine for what keeps the portal from working",
+			    [this](const Arguments &given) {
+				    answers_json_ = true;
+				    return check_machine(given.device);
+			    });
 	}
 
 	void describe_configuration()

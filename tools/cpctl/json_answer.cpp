@@ -4,11 +4,15 @@
 namespace cpctl
 {
 
-void print_json(const Session &session, const Json &answer)
+std::string json_text(const Json &answer, JsonOutput output)
 {
 	constexpr int indent = 4;
-	session.print(answer.dump(session.json == JsonOutput::pretty ? indent : -1, ' ', true,
-				  Json::error_handler_t::replace));
+	return answer.dump(output == JsonOutput::pretty ? indent : -1, ' ', true, Json::error_handler_t::replace);
+}
+
+void print_json(const Session &session, const Json &answer)
+{
+	session.print(json_text(answer, session.json));
 }
 
 } // namespace cpctl

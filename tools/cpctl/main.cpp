@@ -37,6 +37,7 @@ cpctl::Surroundings surroundings()
 		.term = environment("TERM"),
 		.in = &std::cin,
 		.modules = &cpctl::running_kernel_modules(),
+		.machine = &cpctl::running_machine(),
 	};
 }
 

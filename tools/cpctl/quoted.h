@@ -19,4 +19,16 @@ namespace cpctl
 	return text + "'";
 }
 
+// The text with '?' in the place of all that is not printable ASCII: what others chose, for a terminal.
+[[nodiscard]] inline std::string printable(std::string_view text)
+{
+	std::string shown(text);
+	for (char &character : shown) {
+		if (character < ' ' || character > '~') {
+			character = '?';
+		}
+	}
+	return shown;
+}
+
 } // namespace cpctl
