@@ -34,7 +34,7 @@ ends_with() {
 
 step "the cache, listed and selected"
 expect_equal "an empty cache" "" "$(cpctl cache show)"
-expect_equal "an empty cache in JSON" "[]" "$(cpctl -j cache show)"
+expect_equal "an empty cache in JSON" '{"addresses":[]}' "$(cpctl -j cache show)"
 asks www.example.net www.example.com garden.example.org
 www="203.0.113.10 gardens mirel
     www.example.net"

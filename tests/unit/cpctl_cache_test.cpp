@@ -109,12 +109,12 @@ TEST_F(CpctlCache, DoesNothingToATerminal)
 
 TEST_F(CpctlCache, AnswersInJson)
 {
-	const auto json = nlohmann::json::parse(answer({"-j", "cache", "show"}));
+	const auto json = nlohmann::json::parse(answer({"-j", "cache", "show"}))["addresses"];
 	ASSERT_EQ(json.size(), 2u);
 	EXPECT_EQ(json[0], nlohmann::json::parse(R"({"address": "203.0.113.10", "timeout": 1000042, "seconds_left": 42,
 		"gardens": ["wlan-1-1", "mirel"], "names": ["www.example.net"]})"));
 	EXPECT_EQ(json[1]["gardens"], nlohmann::json::array());
-	EXPECT_EQ(answer({"-j", "cache", "show", "wlan-3-8"}), "[]\n");
+	EXPECT_EQ(answer({"-j", "cache", "show", "wlan-3-8"}), "{\"addresses\":[]}\n");
 	EXPECT_GT(std::ranges::count(answer({"-p", "cache", "show"}), '\n'), 10);
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/counters.h"
 #include "captive_portal/gatekeeper.h"
+#include "tests/unit/garden_cache.h"
 
 namespace captive_portal::test
 {
@@ -247,6 +248,67 @@ TEST_F(CpctlJson, CommandsWithoutAnAnswerRefuseTheOption)
 		EXPECT_EQ(out, "");
 		EXPECT_EQ(err, "cpctl: this command has no answer in JSON: leave -j and -p out\n");
 	}
+	EXPECT_EQ(openings, 0);
+}
+
+TEST_F(CpctlJson, CacheShowAndFollow)
+{
+	surroundings.wall_clock = [] { return 1'000'000; };
+	EXPECT_EQ(json("cache_show", {"cache", "show"}), R"({"addresses":[]})");
+	machine.clock.set(1'000'000);
+	add(ipv4(192, 0, 2, 1), "a.example", 0x8000001, 60);
+	EXPECT_EQ(json("cache_show", {"cache", "show"}),
+		  R"({"addresses":[{"address":"192.0.2.1","timeout":1000060,"seconds_left":60,)"
+		  R"("gardens":["wlan-1-1","mirel"],"names":["a.example"]}]})");
+	int names = 0;
+	surroundings.pause = [&names](std::chrono::milliseconds) {
+		add(ipv4(192, 0, 2, 1), "n" + std::to_string(names++) + ".example");
+		return true;
+	};
+	EXPECT_EQ(json("cache_follow", {"cache", "follow", "--count", "1"}),
+		  R"({"event":"add","address":"192.0.2.1","name":"n1.example","gardens":["wlan-1-1","mirel"]})");
+}
+
+class OneLine : public cpctl::KernelLog
+{
+public:
+	cpctl::KernelLogEvent next(cpctl::KernelLogRecord &record, std::chrono::milliseconds) override
+	{
+		record = {.level = 7, .facility = 0, .sequence = 1, .since_boot = {}, .text = "captive_portal_init"};
+		return lines_++ == 0 ? cpctl::KernelLogEvent::record : cpctl::KernelLogEvent::interrupted;
+	}
+
+private:
+	int lines_ = 0;
+};
+
+TEST_F(CpctlJson, Monitor)
+{
+	surroundings.kernel_log = [](cpctl::KernelLogStart) { return std::make_unique<OneLine>(); };
+	EXPECT_EQ(json("monitor", {"monitor"}),
+		  R"({"event":"load","microseconds":0,"sequence":1,"level":7,"sentence":"the module starts",)"
+		  R"("fields":{},"line":"captive_portal_init"})");
+}
+
+// Of which nothing can be said.
+class BareMachine : public cpctl::Machine
+{
+public:
+	std::optional<std::string> read(const std::string &) override { return std::nullopt; }
+	std::vector<std::string> list(const std::string &) override { return {}; }
+	std::optional<std::string> link(const std::string &) override { return std::nullopt; }
+	std::optional<cpctl::FileStatus> status(const std::string &) override { return std::nullopt; }
+	std::vector<std::string> addresses(const std::string &) override { return {}; }
+	cpctl::ProgramAnswer run(const std::vector<std::string> &) override { return {}; }
+};
+
+TEST_F(CpctlJson, Check)
+{
+	BareMachine bare;
+	surroundings.machine = &bare;
+	const auto answer = nlohmann::json::parse(json("check", {"check"}, 2));
+	EXPECT_EQ(answer["findings"].size(), 2U);
+	EXPECT_EQ(answer["not_looked_at"].size(), 6U);
 	EXPECT_EQ(openings, 0);
 }
 

@@ -129,11 +129,11 @@ Action show_cache(const CacheArguments &arguments)
 		const std::vector<CachedAddress> entries = selected_addresses(session, selection);
 		const int64_t now = session.surroundings->wall_clock();
 		if (session.json != JsonOutput::none) {
-			Json json = Json::array();
+			Json addresses = Json::array();
 			for (const CachedAddress &entry : entries) {
-				json.push_back(json_of(entry, now));
+				addresses.push_back(json_of(entry, now));
 			}
-			print_json(session, json);
+			print_json(session, {{"addresses", addresses}});
 			return;
 		}
 		for (const CachedAddress &entry : entries) {
