@@ -35,7 +35,7 @@ const State states[] = {
 	{"garden with rules",
 	 {"interface set wlan-1-1 mode on",
 	  "garden replace wlan-1-1 on *.example.com 198.51.100.0/24 203.0.113.10/255.0.255.255"}},
-	{"garden of everything", {"interface set wlan-1-1 mode on", "garden replace wlan-1-1 on 0.0.0.0/0"}},
+	{"garden of everything", {"interface set wlan-1-1 mode on", "garden replace wlan-1-1 on 0.0.0.0/1 128.0.0.0/1"}},
 	{"garden and HTTPS redirected",
 	 {"interface set wlan-1-1 mode on block-https redirect", "garden replace wlan-1-1 on 198.51.100.0/24"}},
 	{"internet passes", {"interface set wlan-1-1 mode internet-passes", "gateway set 192.168.1.254"}},
