@@ -228,7 +228,7 @@ TEST_F(CpctlJson, Status)
 
 TEST_F(CpctlJson, ExplainedFrames)
 {
-	portal_on(0)(machine);
+	ASSERT_EQ(run({"interface", "set", "wlan-1-1", "mode", "on"}), 0) << err;
 	const auto explanation = nlohmann::json::parse(
 		json("explain", {"explain", "dev", "wlan-1-1", "tcp", "192.168.100.61", "203.0.113.10", "port", "80",
 				 "syn", "then", "out", "wlan-1-1", "reply"}));

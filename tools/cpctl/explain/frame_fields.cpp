@@ -134,7 +134,11 @@ std::string format_end(std::optional<Ipv4Address> address, std::optional<uint16_
 	if (!address) {
 		return "";
 	}
-	return format_ipv4(*address) + (port ? ":" + std::to_string(*port) : "");
+	std::string text = format_ipv4(*address);
+	if (port) {
+		text.append(":").append(std::to_string(*port));
+	}
+	return text;
 }
 
 std::string format_flags(uint8_t flags)
