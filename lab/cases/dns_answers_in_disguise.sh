@@ -3,6 +3,8 @@
 #
 #   client-1-1 eth0 -- wlan-1-1 \
 #   client-1-2 eth0 -- wlan-1-2 -  br0 -- uplink0 -- upstream
+#
+# Time limit: 360 seconds, for emulated machines on a busy host.
 
 make_topology 1-1 1-2
 load_module

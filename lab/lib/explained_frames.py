@@ -86,9 +86,14 @@ class Bench:
     def check(self, words):
         command = ["/payload/bin/cpctl", "-j", "explain", "dev", "wlan-1-1", "from", self.mac, *words]
         before = counted()
-        said = json.loads(subprocess.run(command, check=True, capture_output=True, text=True).stdout)
-        if counted() != before or said["assumed"]:
-            return f"explaining it has counted something, or taken something for given: {said['assumed']}"
+        run = subprocess.run(command, check=False, capture_output=True, text=True)
+        if run.returncode:
+            return f"status {run.returncode}: {run.stderr.strip()}"
+        said = json.loads(run.stdout)
+        if counted() != before:
+            return f"explaining it has counted {dict(counted() - before)}"
+        if said["assumed"]:
+            return f"explaining it took something for given: {said['assumed']}"
         expected = collections.Counter()
         for frame in said["frames"]:
             data, after = bytes.fromhex(frame["bytes"]), bytes.fromhex(frame["bytes_after"])
