@@ -127,34 +127,42 @@ TEST_F(CpctlExplainWords, NamesRuleOfTheGarden)
 			  .find("  portal check: dropped: HTTPS to nothing in the walled garden\n"
 				"    mark 5200: clients of wlan-1-1 that are not admitted, mode on\n"
 				"    wlan-1-1 has block-https block\n"
-				"    the garden of wlan-1-1 is on: no address rule of its 2 rules has 203.0.113.10\n"
+				"    the garden of wlan-1-1 is on: no address rule of its 2 rules has 203.0.113.10, "
+				"which is not cached\n"
 				"  verdict: dropped: is dropped by the portal check\n"),
 		  std::string::npos)
 		<< out;
 }
 
-// The machine's cache has one address, and the status files do not say which.
-TEST_F(CpctlExplainWords, SaysThatTheCacheCannotBeKnown)
+TEST_F(CpctlExplainWords, KnowsWhatIsCached)
 {
 	cpctl({"interface", "set", "wlan-1-1", "mode", "on"});
 	cpctl({"garden", "replace", "wlan-1-1", "on", "*.example.com"});
 	const std::string request = std::string(client) + "tcp 192.168.1.11 203.0.113.10 port 80";
-	EXPECT_EQ(explained(request).find("unknown:"), std::string::npos) << "the cache is empty";
-	add_dns_arecord(arecord_bucket(ipv4(203, 0, 113, 10)), 1, {"www.example.com", 15}, ipv4(203, 0, 113, 10), 300);
-	EXPECT_NE(
-		explained(request).find(
-			"    unknown: whether 203.0.113.10 is cached for a name that the garden permits (addresses in "
-			"the cache: 1); if it is, the frame passes: say cached to see it\n"
-			"  verdict: redirected"),
-		std::string::npos)
+	EXPECT_NE(explained(request).find(
+			  "    the garden of wlan-1-1 is on: no address rule of its 1 rule has 203.0.113.10, "
+			  "which is not cached\n"),
+		  std::string::npos)
 		<< out;
 	EXPECT_NE(explained(request + " cached")
-			  .find("    the garden of wlan-1-1 is on: 203.0.113.10 is cached for a name that it permits\n"
+			  .find("    the garden of wlan-1-1 is on: 203.0.113.10 is cached, for a name that it permits\n"
 				"  verdict: passed: passes as it is\n"),
 		  std::string::npos)
 		<< out;
+	add_dns_arecord(arecord_bucket(ipv4(203, 0, 113, 10)), 1, {"www.example.com", 15}, ipv4(203, 0, 113, 10), 300);
+	EXPECT_NE(explained(request).find(
+			  "    the garden of wlan-1-1 is on: 203.0.113.10 is cached as www.example.com, for a "
+			  "name that it permits\n"
+			  "  verdict: passed: passes as it is\n"),
+		  std::string::npos)
+		<< out;
+	EXPECT_EQ(out.find("unknown:"), std::string::npos) << out;
 	cpctl({"garden", "replace", "wlan-1-1", "on", "198.51.100.0/24"});
-	EXPECT_EQ(explained(request).find("unknown:"), std::string::npos) << "no name opens anything";
+	EXPECT_NE(explained(request).find(
+			  "    the garden of wlan-1-1 is on: no address rule of its 1 rule has 203.0.113.10, "
+			  "which is cached as www.example.com, for no name that it permits\n"),
+		  std::string::npos)
+		<< out;
 }
 
 TEST_F(CpctlExplainWords, SaysThatRecordedConnectionsCannotBeKnown)
@@ -235,7 +243,7 @@ TEST_F(CpctlExplainWords, ChangesNothing)
 	add_dns_arecord(arecord_bucket(ipv4(203, 0, 113, 10)), 1, {"www.example.com", 15}, ipv4(203, 0, 113, 10), 300);
 	const auto everything = [this] {
 		std::string text;
-		for (const char *const name : {"status", "clients", "garden", "counters"}) {
+		for (const char *const name : {"status", "clients", "garden", "counters", "cache"}) {
 			text += machine.status_text(name);
 		}
 		return text;

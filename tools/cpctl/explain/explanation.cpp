@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr const char *default_bridge = "br0";
+constexpr uint32_t every_row = (1U << CP_ROWS) - 1;
 
 bool has_device(const std::vector<NetworkDevice> &devices, const std::string &name)
 {
@@ -122,7 +123,7 @@ private:
 	void cache_destination(const FrameFields &fields)
 	{
 		if (fields.destination) {
-			copy_.cache_address(*fields.destination);
+			copy_.cache_address(*fields.destination, every_row);
 		}
 	}
 

@@ -36,7 +36,7 @@ inline constexpr std::string_view frame_words_help =
 	"  from MAC                 who sends it\n"
 	"  to MAC                   to whom; to a router if not given\n"
 	"  mark NUMBER              set by a firewall rule behind the gatekeeper\n"
-	"  cached                   its destination is in the cache, for a name that the garden permits\n"
+	"  cached                   as if its destination were in the cache, for a name that the garden permits\n"
 	"  tcp SOURCE DESTINATION   with port, sport and one of the flags, syn if not given\n"
 	"  udp SOURCE DESTINATION   with port or sport\n"
 	"  icmp SOURCE DESTINATION  a ping\n"

@@ -105,13 +105,12 @@ public:
 		core::store_ap_mac(copy);
 	}
 
-	void cache_address(Ipv4Address address) override
+	void cache_address(Ipv4Address address, uint32_t rows) override
 	{
-		constexpr uint32_t every_row = (1U << CP_ROWS) - 1;
 		constexpr core::Text name{"cached", 6};
 		constexpr uint32_t seconds = 3600;
 		const core::Ipv4Address cached = {address.raw};
-		core::add_dns_arecord(core::arecord_bucket(cached), every_row, name, cached, seconds);
+		core::add_dns_arecord(core::arecord_bucket(cached), rows, name, cached, seconds);
 		static_cast<void>(explain::take_log());
 		static_cast<void>(explain::take_counts());
 	}

@@ -50,8 +50,8 @@ public:
 	virtual void put_device(const NetworkDevice &device) = 0;
 	// The access point's own addresses, as an earlier frame has shown them.
 	virtual void learn_access_point(Ipv4Address address, const MacAddress &mac) = 0;
-	// As if a DNS answer had given the address for a name that every row's garden permits.
-	virtual void cache_address(Ipv4Address address) = 0;
+	// As if a DNS answer had given the address for a name that the gardens of these rows permit, bit i for row i.
+	virtual void cache_address(Ipv4Address address, uint32_t rows) = 0;
 
 	// The row that the module takes for a device's name, if any: that of a companion's partner for a companion.
 	[[nodiscard]] virtual std::optional<uint32_t> row_of_device(const std::string &name) const = 0;

@@ -57,6 +57,15 @@ std::string places(const std::vector<std::string> &tables, const std::string &in
 	return text;
 }
 
+std::string joined(const std::vector<std::string> &names)
+{
+	std::string text;
+	for (const std::string &name : names) {
+		text.append(text.empty() ? "" : ", ").append(name);
+	}
+	return text;
+}
+
 std::string quantity(size_t number, const std::string &what)
 {
 	return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
@@ -299,25 +308,16 @@ private:
 			because(rules + "its rule " + format_rule(*rule) + " has " + address);
 			return;
 		}
+		const CachedAddress *const cached = tables_.cached_at(address);
+		const std::string names =
+			cached != nullptr && !cached->names.empty() ? " as " + joined(cached->names) : "";
 		if (is_counted(CP_REASON_PASS_GARDEN)) {
-			because(rules + address + " is cached for a name that it permits");
+			because(rules + address + " is cached" + names + ", for a name that it permits");
 			return;
 		}
 		because(rules + "no address rule of its " + quantity(settings(rules_row).garden.rules.size(), "rule") +
-			" has " + address);
-		tell_what_cache_could_change(address, rules_row);
-	}
-
-	void tell_what_cache_could_change(const std::string &address, uint32_t row)
-	{
-		if (tables_.cached_addresses == 0 || !tables_.opens_names(row)) {
-			return;
-		}
-		step_.unknown.push_back("whether " + address +
-					" is cached for a name that the garden permits (addresses in "
-					"the cache: " +
-					std::to_string(tables_.cached_addresses) +
-					"); if it is, the frame passes: say cached to see it");
+			" has " + address + ", which is " +
+			(cached == nullptr ? "not cached" : "cached" + names + ", for no name that it permits"));
 	}
 
 	// ---- Reply rewrite -----------------------------------------------------------------------------------------

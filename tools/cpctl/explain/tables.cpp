@@ -102,12 +102,10 @@ std::vector<std::string> ModuleTables::tables_with(const MacAddress &client, uin
 	return tables;
 }
 
-bool ModuleTables::opens_names(uint32_t row) const
+const CachedAddress *ModuleTables::cached_at(const std::string &address) const
 {
-	return !configuration.default_names.empty() ||
-	       std::ranges::any_of(configuration.rows[row].garden.rules, [](const wg_rule &rule) {
-		       return rule.rule_type == WG_RULE_DOMAIN || !text_of(rule.domain_name).empty();
-	       });
+	const auto found = std::ranges::find(cached, address, &CachedAddress::address);
+	return found != cached.end() ? &*found : nullptr;
 }
 
 const wg_rule *ModuleTables::rule_with(Ipv4Address address, uint32_t row) const
@@ -126,7 +124,7 @@ ModuleTables read_module_tables(const ReadStatusFile &read_status_file)
 	const StatusLine &module = lines.front();
 	tables.ap_address = parse_ipv4(module.text("ap_address"));
 	tables.ap_mac = parse_mac(module.text("ap_mac"));
-	tables.cached_addresses = module.number("cached_addresses");
+	tables.cached = read_cached_addresses(read_status_file);
 	for (const StatusLine &line : lines) {
 		if (line.keyword() == "interface" && line.number("index") >= 0 && line.number("index") < CP_ROWS) {
 			tables.connections[static_cast<size_t>(line.number("index"))] = line.number("connections");
@@ -152,6 +150,10 @@ void fill_module_copy(ModuleCopy &copy, const ModuleTables &tables)
 	give_portal_setting(copy, DNS_FILTER_ENABLE, 0, configuration.dns_filter);
 	give(copy, GATEWAY_IOCTL_SET, configuration.gateway.raw);
 	copy.learn_access_point(tables.ap_address, tables.ap_mac);
+	// Behind the rules, whose commands judge what is cached by its names.
+	for (const CachedAddress &entry : tables.cached) {
+		copy.cache_address(parse_ipv4(entry.address), entry.gardens);
+	}
 }
 
 } // namespace cpctl

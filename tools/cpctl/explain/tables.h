@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cpctl/cached_addresses.h"
 #include "cpctl/configuration.h"
 #include "cpctl/explain/module_copy.h"
 
@@ -17,14 +18,14 @@ struct ModuleTables {
 	// What the module has learned of itself, 0 until then.
 	Ipv4Address ap_address;
 	MacAddress ap_mac = {};
-	// How many there are: the status files do not say which.
-	int64_t cached_addresses = 0;
+	std::vector<CachedAddress> cached = {};
+	// How many there are of each row: the status files do not say which.
 	std::array<int64_t, CP_ROWS> connections = {};
 
 	// The names of the tables that list the client for the row, those for all interfaces included.
 	[[nodiscard]] std::vector<std::string> tables_with(const MacAddress &client, uint32_t row) const;
-	// Whether an answer of the name service could have opened an address to the row's clients.
-	[[nodiscard]] bool opens_names(uint32_t row) const;
+	// Null when the address is not cached.
+	[[nodiscard]] const CachedAddress *cached_at(const std::string &address) const;
 	// The first rule of the row that the address itself meets; null when there is none.
 	[[nodiscard]] const wg_rule *rule_with(Ipv4Address address, uint32_t row) const;
 };
