@@ -51,9 +51,10 @@ ipv6                                          | drop           | drop   | drop  
 ipv6/58                                       | drop           | drop   | drop           | same
 ipv6-like-tcp/4.4.4.4/80                      | same           | same   | drop           | drop
 ipv6-like-tcp/4.4.4.4/22                      | drop           | drop   | drop           | drop
-# ARP, EAPOL, and ARP in the gateway's name.
+# ARP, EAPOL, EAPOL that reads as IPv4, and ARP in the gateway's name.
 arp                                           | same           | same   | same           | same
-type/888e                                     | same           | same   | same           | same
+type/888e version=0                           | same           | same   | same           | same
+type/888e                                     | same           | same   | drop           | drop
 arp/192.168.100.254                           | same           | same   | drop           | drop
 # Tags, PPPoE, MPLS, a bridge's hello, IP in a way that is none, and a type that nobody gave away.
 dns/192.168.100.1 vlan=5                      | same           | same   | drop           | drop
