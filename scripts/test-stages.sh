@@ -165,24 +165,32 @@ lab() {
 	tail -n 1 "$output" | grep -qE '^[0-9]+ passed, [0-9]+ failed, [0-9]+ skipped$'
 }
 
-stage_lab_um() { lab um; }
 # The demo's story is a case as well.
 stage_story_um() { LAB_CASES=lab/story lab um; }
 stage_load_um() { check "full tables and a short load" "$project_root/run" load --quick --seed "$(seed)"; }
 
-# Emulation is slow, and so is a kernel that checks everything: beside User Mode Linux each case runs on one of three kernels
-# with each commit, and the commit says on which. "./run lab --kernel K" runs them all.
+# Emulation is slow, and so is a kernel that checks everything. With each commit the debug kernel runs a third of the cases, and
+# User Mode Linux without its checks the rest; of these Debian's two kernels run one half each, a third of all. The commit
+# says which. "./run lab --kernel K" runs them all.
 third_of_cases() {
-	local kernel=$1 third=$((($2 + 0x$(commit | cut -c37-40)) % 3)) cases=() chosen=() i
-	mapfile -t cases < <(cd "$project_root/lab/cases" && LC_ALL=C ls | sed -n 's/\.sh$//p')
-	for ((i = third; i < ${#cases[@]}; i += 3)); do chosen+=("${cases[i]}"); done
-	echo "note: ${#chosen[@]} of the ${#cases[@]} cases run on $kernel this time"
+	local file number=0 third=$((($1 + 0x$(commit | cut -c37-40)) % 3))
+	while read -r file; do
+		((number++ % 3 != third)) || echo "${file%.sh}"
+	done < <(cd "$project_root/lab/cases" && LC_ALL=C ls)
+}
+
+# lab_on KERNEL THIRD...
+lab_on() {
+	local kernel=$1 third chosen
+	mapfile -t chosen < <(for third in "${@:2}"; do third_of_cases "$third"; done)
+	echo "note: ${#chosen[@]} cases run on $kernel this time"
 	lab "$kernel" "${chosen[@]}"
 }
 
-stage_lab_debian_6_1() { third_of_cases debian-6.1 0; }
-stage_lab_debian_6_12() { third_of_cases debian-6.12 1; }
-stage_lab_um_debug() { third_of_cases um-debug 2; }
+stage_lab_um() { lab_on um 0 1; }
+stage_lab_um_debug() { lab_on um-debug 2; }
+stage_lab_debian_6_1() { lab_on debian-6.1 0; }
+stage_lab_debian_6_12() { lab_on debian-6.12 1; }
 
 # The runner is what all of the above believe in.
 stage_runner() {
