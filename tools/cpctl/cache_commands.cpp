@@ -5,6 +5,7 @@
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include "cpctl/cached_addresses.h"
 #include "cpctl/failure.h"
@@ -76,7 +77,10 @@ struct Row {
 	std::string name;
 	uint32_t gardens;
 
-	auto operator<=>(const Row &) const = default;
+	bool operator<(const Row &other) const
+	{
+		return std::tie(address, name, gardens) < std::tie(other.address, other.name, other.gardens);
+	}
 };
 
 using Rows = std::set<Row>;

@@ -26,14 +26,17 @@ void check_ports(Machine &machine, Findings &findings)
 			continue;
 		}
 		const std::optional<std::string> master = machine.link(network_devices + name + "/master");
+		const std::string remedy = std::string("ip link set ").append(name).append(" master ").append(bridge);
 		if (!master) {
-			findings.add({"port", name, "is no port of a bridge, so its clients pass the portal by",
-				      "ip link set " + name + " master " + bridge});
-		} else if (*master != bridge) {
 			findings.add(
-				{"port", name,
-				 "is a port of " + *master + ", while clients are sent to the address of " + bridge,
-				 "ip link set " + name + " master " + bridge});
+				{"port", name, "is no port of a bridge, so its clients pass the portal by", remedy});
+		} else if (*master != bridge) {
+			findings.add({"port", name,
+				      std::string("is a port of ")
+					      .append(*master)
+					      .append(", while clients are sent to the address of ")
+					      .append(bridge),
+				      remedy});
 		}
 	}
 }
