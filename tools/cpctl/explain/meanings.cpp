@@ -44,7 +44,7 @@ std::optional<std::string> fixed_page(uint16_t port)
 		{CP_PORT_MODE_7_HTTP, CP_PORT_MODE_7_HTTPS, "the page of mode internet-passes"},
 	};
 	for (const Page &page : pages) {
-		if (const auto found = page_at(port, page.http, page.https, page.what)) {
+		if (auto found = page_at(port, page.http, page.https, page.what)) {
 			return found;
 		}
 	}
@@ -91,19 +91,19 @@ std::string meaning_of_mark(uint32_t mark)
 
 std::optional<std::string> meaning_of_port(uint16_t port)
 {
-	if (const auto fixed = fixed_page(port)) {
+	if (auto fixed = fixed_page(port)) {
 		return fixed;
 	}
 	for (uint16_t rule = 0; rule < CP_REPUTATION_RULES; rule++) {
-		if (const auto found =
+		if (auto found =
 			    page_at(port, CP_PORT_REPUTATION_HTTP_FIRST + rule, CP_PORT_REPUTATION_HTTPS_FIRST + rule,
 				    "the page of reputation rule " + std::to_string(rule))) {
 			return found;
 		}
 	}
 	for (uint32_t row = 0; row < CP_WIRELESS_INTERFACES; row++) {
-		if (const auto found = page_at(port, cp_http_port(row), cp_https_port(row),
-					       "the portal page of " + interface_of_row(row).name)) {
+		if (auto found = page_at(port, cp_http_port(row), cp_https_port(row),
+					 "the portal page of " + interface_of_row(row).name)) {
 			return found;
 		}
 	}
