@@ -118,7 +118,8 @@ enum class Change { gone, come };
 void tell_difference(const Session &session, Following &following, Change change, const Rows &rows, const Rows &others)
 {
 	Rows difference;
-	std::ranges::set_difference(rows, others, std::inserter(difference, difference.end()));
+	std::set_difference(rows.begin(), rows.end(), others.begin(), others.end(),
+			    std::inserter(difference, difference.end()));
 	for (const Row &row : difference) {
 		following.line(text_of(session, change, row));
 	}
