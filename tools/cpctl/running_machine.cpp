@@ -137,6 +137,7 @@ public:
 		::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
 		std::vector<std::string> copies = words;
 		std::vector<char *> arguments;
+		arguments.reserve(copies.size() + 1);
 		for (std::string &word : copies) {
 			arguments.push_back(word.data());
 		}
