@@ -15,13 +15,20 @@ import pathlib
 import shlex
 import subprocess
 import sys
+import tempfile
 import time
 
 STAMP_SECONDS = 30 * 24 * 3600
 
 
-def compile_arguments(build):
+def chosen_entries(build):
+    """One compile command for each file: what is compiled for two programs is looked at once, and clang-tidy's analyzer is
+    wrong about argument lists when it reads a file for the second time."""
     entries = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
+    return list({entry["file"]: entry for entry in entries}.values())
+
+
+def compile_arguments(entries):
     arguments = {}
     for entry in entries:
         words = shlex.split(entry["command"])
@@ -50,7 +57,10 @@ def main():
     for stamp in stamps.iterdir():
         if stamp.stat().st_mtime < time.time() - STAMP_SECONDS:
             stamp.unlink()
-    commands = compile_arguments(build)
+    entries = chosen_entries(build)
+    commands = compile_arguments(entries)
+    database = tempfile.TemporaryDirectory()
+    (pathlib.Path(database.name) / "compile_commands.json").write_text(json.dumps(entries), encoding="utf-8")
     # The rest of what it says of itself is about the processor.
     version = output_of(["clang-tidy", "--version"], build).splitlines()[0]
 
@@ -61,7 +71,7 @@ def main():
             stamp.touch()
             return True, False
         process = subprocess.run(
-            ["clang-tidy", "-p", build, "--quiet", "--warnings-as-errors=*", file],
+            ["clang-tidy", "-p", database.name, "--quiet", "--warnings-as-errors=*", file],
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
             encoding="utf-8",
