@@ -11,9 +11,6 @@
 explained() { expect_success python3 -S "$LAB/lib/explained_frames.py" "$1"; }
 
 make_frame_bench 1-1 1-2
-# What the client's machine says of its own accord would be counted, and heard, too.
-quiet_namespace client-1-1
-quiet_namespace client-1-2
 load_module
 
 frames=$CASE_DIR/frames

@@ -81,7 +81,6 @@ mac_of() {
 make_topology() {
 	local client
 	local -A macs=()
-	quiet_ipv6
 	for client; do
 		# Not in a subshell: new_mac counts.
 		new_mac "$client"
@@ -102,17 +101,6 @@ make_topology() {
 	for client; do furnish_namespace "client-$client"; done
 }
 
-# Neighbour and router discovery would only make captures hard to read; a case
-# that wants IPv6 turns it on again. Name spaces made later begin as this one is,
-# where the kernel can do that (5.1 and later); elsewhere each is told.
-inherits_settings() { [[ -e /proc/sys/net/core/devconf_inherit_init_net ]]; }
-disable_ipv6() { echo 1 | tee /proc/sys/net/ipv6/conf/{all,default}/disable_ipv6 >/dev/null; }
-quiet_namespace() { ip netns exec "$1" bash -c "$(declare -f disable_ipv6); disable_ipv6"; }
-quiet_ipv6() {
-	! inherits_settings || echo 1 >/proc/sys/net/core/devconf_inherit_init_net
-	[[ ! -d /proc/sys/net/ipv6 ]] || disable_ipv6
-}
-
 # connect_port PORT NAMESPACE MAC  lines for "ip -batch": a name space, and a cable between a bridge port and its eth0.
 connect_port() {
 	echo "netns add $2"
@@ -125,7 +113,6 @@ connect_port() {
 furnish_namespace() {
 	mkdir -p "/run/netns-etc/$1"
 	: >"/run/netns-etc/$1/resolv.conf"
-	inherits_settings || quiet_namespace "$1"
 	printf '%s\n' "link set lo up" "link set eth0 up" "${@:2}" | ip -n "$1" -batch -
 }
 

@@ -13,7 +13,6 @@
 #
 # Time limit: 100000 seconds; the settings and load_traffic come from scripts/load.
 
-quiet_ipv6
 {
 	# Stations stay known: what the bridge remembers of them is no growth.
 	echo "link add br0 type bridge forward_delay 0 mcast_snooping 0 ageing_time 100000000"

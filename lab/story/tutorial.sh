@@ -10,7 +10,6 @@
 # Two devices without a bridge: the page makes the rest.
 
 make_machine() {
-	quiet_ipv6
 	ip -batch - <<-END
 		netns add upstream
 		netns add client-1-1
