@@ -43,10 +43,17 @@ shell_syntax() {
 
 format() { project_files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror; }
 
+# Whatever the commit, nothing falls between the thirds in which the lab is run.
+each_case_is_in_a_third() {
+	diff <(for third in 0 1 2; do third_of_cases "$third"; done | LC_ALL=C sort) \
+		<(cd "$project_root/lab/cases" && LC_ALL=C ls | sed 's/\.sh$//')
+}
+
 stage_style() {
 	need_packages "${style_packages[@]}"
 	check shell-syntax shell_syntax
 	check clang-format format
+	check each-case-is-in-a-third each_case_is_in_a_third
 	check unlocked-words "$project_root/scripts/check-unlocked-words"
 }
 
