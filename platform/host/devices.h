@@ -33,6 +33,13 @@ public:
 	void remove(const std::string &name);
 
 	[[nodiscard]] std::optional<Device> find(const std::string &name) const;
+
+	// The answers of the seam's three calls: cp_first_ipv4_of_device(), cp_hardware_address_of_device() and
+	// cp_bridge_of_port().
+	[[nodiscard]] cp_ipv4_result first_ipv4(const char *name, uint32_t *address) const;
+	[[nodiscard]] int hardware_address(const char *name, uint8_t *mac) const;
+	[[nodiscard]] cp_bridge_result bridge_of_port(const char *port, char *bridge, size_t size) const;
+
 	// Lookups so far, by any of the seam's three calls.
 	[[nodiscard]] uint64_t lookups() const;
 

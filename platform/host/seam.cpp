@@ -8,7 +8,6 @@
 #include "platform/host/read_sections.h"
 #include "platform/host/status_text.h"
 
-using captive_portal::host::Device;
 using captive_portal::host::Event;
 using captive_portal::host::Machine;
 using captive_portal::host::might_sleep;
@@ -93,46 +92,17 @@ uint64_t cp_random_seed(void)
 
 enum cp_ipv4_result cp_first_ipv4_of_device(const char *name, uint32_t *address)
 {
-	const std::optional<Device> device = Machine::current().devices.find(name);
-	if (!device.has_value()) {
-		return CP_IPV4_NO_DEVICE;
-	}
-	if (!device->ipv4.has_value()) {
-		return CP_IPV4_NO_CONFIGURATION;
-	}
-	if (device->ipv4->empty()) {
-		return CP_IPV4_NO_ADDRESS;
-	}
-	*address = device->ipv4->front();
-	return CP_IPV4_FOUND;
+	return Machine::current().devices.first_ipv4(name, address);
 }
 
 int cp_hardware_address_of_device(const char *name, uint8_t mac[6])
 {
-	const std::optional<Device> device = Machine::current().devices.find(name);
-	if (!device.has_value()) {
-		return 0;
-	}
-	std::memcpy(mac, device->mac.data(), device->mac.size());
-	return 1;
+	return Machine::current().devices.hardware_address(name, mac);
 }
 
 enum cp_bridge_result cp_bridge_of_port(const char *port, char *bridge, size_t size)
 {
-	const std::optional<Device> device = Machine::current().devices.find(port);
-	if (!device.has_value()) {
-		return CP_BRIDGE_NO_DEVICE;
-	}
-	if (device->bridge_unreachable) {
-		return CP_BRIDGE_UNREACHABLE;
-	}
-	if (!device->bridge.has_value()) {
-		return CP_BRIDGE_NOT_A_PORT;
-	}
-	const size_t length = device->bridge->size() < size ? device->bridge->size() : size - 1;
-	std::memcpy(bridge, device->bridge->data(), length);
-	bridge[length] = '\0';
-	return CP_BRIDGE_FOUND;
+	return Machine::current().devices.bridge_of_port(port, bridge, size);
 }
 
 int cp_packet_copy(const struct cp_packet *packet, uint32_t offset, void *to, uint32_t bytes)
