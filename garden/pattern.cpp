@@ -8,20 +8,6 @@
 namespace captive_portal
 {
 
-namespace
-{
-
-bool place_pieces(Text pattern, Text domain)
-{
-	const size_t left_over = characters_left_over(pattern, domain);
-	if (left_over != 0 && left_over != nowhere && debug_level_reaches(3)) {
-		cp_log(CP_LOG_DEBUG, "wildcard case : isLastCharWC=[%d], strlen(url_src_ptr)=[%zu]\n", 0, left_over);
-	}
-	return left_over == 0;
-}
-
-} // namespace
-
 bool pattern_matches(Text pattern, Text domain)
 {
 	if (!has_wildcard(pattern)) {
@@ -35,12 +21,16 @@ bool pattern_matches(Text pattern, Text domain)
 		return false;
 	}
 	store_text(copy.get(), pattern.length + 1, pattern);
-	return place_pieces({copy.get(), pattern.length}, domain);
+	return pattern_matches_in_place({copy.get(), pattern.length}, domain);
 }
 
 bool pattern_matches_in_place(Text pattern, Text domain)
 {
-	return place_pieces(pattern, domain);
+	const size_t left_over = characters_left_over(pattern, domain);
+	if (left_over != 0 && left_over != nowhere && debug_level_reaches(3)) {
+		cp_log(CP_LOG_DEBUG, "wildcard case : isLastCharWC=[%d], strlen(url_src_ptr)=[%zu]\n", 0, left_over);
+	}
+	return left_over == 0;
 }
 
 } // namespace captive_portal
