@@ -36,7 +36,7 @@ expect_captured client "ether src $mac and ether dst $GATEWAY_MAC and dst 203.0.
 expect_captured client "ether src $GATEWAY_MAC and ether dst $mac and src 203.0.113.10 and tcp src port 80"
 expect_captured client "ether src $GATEWAY_MAC and src 203.0.113.20 and tcp src port 80"
 expect_replies_rewritten client
-expect_not_captured client "ether src $AP_MAC and tcp and (tcp[tcpflags] & tcp-syn != 0 or greater 67)"
+expect_not_captured client "ether src $AP_MAC and $OF_A_REPLY"
 step "what the uplink saw"
 expect_not_captured uplink "ether src $mac and tcp"
 expect_not_captured uplink "ether src $(mac_of 2-3) and tcp"
