@@ -139,10 +139,13 @@ private:
 		case Service::user_copy:
 			machine_.user.fail_copy(fault.number);
 			return;
+		// Of these two every request fails, which is the n-th alone as long as there is one.
 		case Service::packet_copy:
+			EXPECT_EQ(fault.number, 1u);
 			packet_faults.copy = true;
 			return;
 		case Service::make_writable:
+			EXPECT_EQ(fault.number, 1u);
 			packet_faults.make_writable = true;
 			return;
 		case Service::registration:

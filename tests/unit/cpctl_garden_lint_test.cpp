@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/garden_lint.h"
 
+#include <fstream>
+#include <regex>
 #include <set>
 
 #include "cpctl/garden_rules.h"
@@ -119,6 +121,23 @@ TEST(CpctlGardenLint, ProbesAreNamesInSmallLettersEachOnce)
 		EXPECT_TRUE(hosts.insert(probe.host).second) << probe.host;
 		EXPECT_EQ(probe.host.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789.-"), std::string::npos);
 		EXPECT_FALSE(probe.system.empty());
+	}
+}
+
+// The page's hosts are those whose answers the lab knows.
+TEST(CpctlGardenLint, KnowsEachHostOfThePageAboutProbes)
+{
+	std::ifstream page(PROBES_PAGE);
+	const std::regex row("^\\| .*`https?://([^/`]+)/");
+	std::set<std::string> hosts;
+	for (std::string line; std::getline(page, line);) {
+		if (std::smatch found; std::regex_search(line, found, row)) {
+			hosts.insert(found[1]);
+		}
+	}
+	EXPECT_EQ(hosts.size(), 11U);
+	for (const std::string &host : hosts) {
+		EXPECT_TRUE(told({host}).starts_with("opens-probe " + host)) << host;
 	}
 }
 
