@@ -10,6 +10,7 @@
 #include "cpctl/failure.h"
 #include "cpctl/garden_rules.h"
 #include "cpctl/interface_names.h"
+#include "cpctl/module_status.h"
 #include "cpctl/quoted.h"
 
 namespace cpctl
@@ -21,25 +22,10 @@ namespace
 // Higher levels print no more lines, and lower ones no fewer.
 constexpr int64_t highest_debug_level = 3;
 
-// The format of the status files that this cpctl knows.
-constexpr int64_t known_format = 1;
-
 [[nodiscard]] Failure unknown(const std::string &what)
 {
 	return {ExitCode::unavailable,
 		"the module's status speaks of " + what + ": is this cpctl as new as the module?"};
-}
-
-void require_known_status(const std::vector<StatusLine> &lines)
-{
-	if (lines.empty() || lines.front().keyword() != "module") {
-		throw Failure(ExitCode::unavailable, "the module's status does not begin as it should");
-	}
-	if (lines.front().number("format") != known_format) {
-		throw Failure(ExitCode::unavailable,
-			      "the module's status has format " + lines.front().text("format") +
-				      ", which this cpctl does not know: install the cpctl that came with the module");
-	}
 }
 
 uint32_t number(const StatusLine &line, std::string_view key)
@@ -113,7 +99,7 @@ public:
 
 	void read_rows(const ReadStatusFile &read_status_file)
 	{
-		read_status(read_status_file("status"));
+		read_status(read_module_status(read_status_file));
 		read_garden(read_status_file("garden"));
 	}
 	void read_lists(const ReadStatusFile &read_status_file) { read_clients(read_status_file("clients")); }
@@ -121,21 +107,18 @@ public:
 	ReadConfiguration result() { return {std::move(configuration_), std::move(without_command_)}; }
 
 private:
-	void read_status(const std::string &text)
+	void read_status(const ModuleStatus &status)
 	{
-		const std::vector<StatusLine> lines = parse_status_lines(text);
-		require_known_status(lines);
-		const StatusLine &module = lines.front();
+		const StatusLine &module = status.module;
 		const int64_t level = module.number("debug_level");
 		configuration_.debug_level = static_cast<uint32_t>(std::clamp<int64_t>(level, 0, highest_debug_level));
 		configuration_.dns_filter = number(module, "dns_filter");
 		configuration_.gateway = address(module, "gateway");
-		for (const StatusLine &line : lines) {
-			if (line.keyword() == "interface") {
-				read_row(line);
-			} else if (line.keyword() == "owe") {
-				read_owe(line);
-			}
+		for (const StatusLine &line : status.interfaces) {
+			read_row(line);
+		}
+		for (const StatusLine &line : status.companions) {
+			read_owe(line);
 		}
 	}
 

@@ -6,9 +6,9 @@
 #include <sstream>
 
 #include "cpctl/client_tables.h"
-#include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 #include "cpctl/json_answer.h"
+#include "cpctl/module_status.h"
 #include "cpctl/reasons.h"
 #include "cpctl/value_names.h"
 
@@ -18,42 +18,11 @@ namespace cpctl
 namespace
 {
 
-// The format of the files that this cpctl knows. A newer one may mean something else by the same keys.
-constexpr int64_t known_format = 1;
-
 // A module that is newer than cpctl may count what cpctl has no sentence for.
 std::string_view sentence_of(std::string_view name)
 {
 	const Reason *const reason = find_reason(name);
 	return reason != nullptr ? reason->sentence : "counted by a reason that is newer than this cpctl";
-}
-
-struct Status {
-	StatusLine module;
-	std::vector<StatusLine> interfaces;
-	std::vector<StatusLine> companions;
-};
-
-Status read_status(const Session &session)
-{
-	std::vector<StatusLine> lines = parse_status_lines(session.read_status_file("status"));
-	if (lines.empty() || lines.front().keyword() != "module") {
-		throw Failure(ExitCode::unavailable, "the module's status does not begin as it should");
-	}
-	Status status = {lines.front(), {}, {}};
-	if (status.module.number("format") != known_format) {
-		throw Failure(ExitCode::unavailable,
-			      "the module's status has format " + status.module.text("format") +
-				      ", which this cpctl does not know: install the cpctl that came with the module");
-	}
-	for (const StatusLine &line : lines) {
-		if (line.keyword() == "interface") {
-			status.interfaces.push_back(line);
-		} else if (line.keyword() == "owe") {
-			status.companions.push_back(line);
-		}
-	}
-	return status;
 }
 
 std::vector<StatusLine> read_counts(const Session &session)
@@ -142,7 +111,7 @@ void print_interface(std::ostream &out, const StatusLine &line)
 	}
 }
 
-void print_status(std::ostream &out, const Status &status)
+void print_status(std::ostream &out, const ModuleStatus &status)
 {
 	const StatusLine &module = status.module;
 	out << "access point: address " << address_or_none(module.text("ap_address")) << " mac "
@@ -216,7 +185,7 @@ Json json_of(const StatusLine &line)
 	return interface;
 }
 
-Json json_of(const Status &status)
+Json json_of(const ModuleStatus &status)
 {
 	const StatusLine &module = status.module;
 	Json clients = Json::object();
@@ -277,7 +246,7 @@ void head(std::ostream &out, std::string_view name, std::string_view help, std::
 Action show_status(bool statistics)
 {
 	return [statistics](const Session &session) {
-		const Status status = read_status(session);
+		const ModuleStatus status = read_module_status(session.read_status_file);
 		const std::vector<StatusLine> counts = statistics ? read_counts(session) : std::vector<StatusLine>();
 		if (session.json != JsonOutput::none) {
 			Json json = json_of(status);
@@ -298,7 +267,7 @@ Action show_status(bool statistics)
 Action show_metrics()
 {
 	return [](const Session &session) {
-		const Status status = read_status(session);
+		const ModuleStatus status = read_module_status(session.read_status_file);
 		std::ostringstream out;
 		head(out, "captive_portal_events_total", "What became of frames, connections and addresses.",
 		     "counter");
