@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "cpctl/command_line.h"
+#include "cpctl/failure.h"
 #include "tests/support/host_test.h"
 #include "tests/support/user_buffer.h"
 
@@ -76,7 +77,13 @@ protected:
 			++openings;
 			return std::make_unique<MachineDevice>(machine, file_layer_answers, calls);
 		};
-		const auto read_status_file = [this](const std::string &name) { return machine.status_text(name); };
+		const auto read_status_file = [this](const std::string &name) {
+			++status_reads[name];
+			if (!status_files_are_readable) {
+				throw cpctl::Failure(cpctl::ExitCode::unavailable, name + ": permission denied");
+			}
+			return machine.status_text(name);
+		};
 		const cpctl::ExitCode code = cpctl::run_command_line(
 			words, {open, read_status_file, surroundings, explaining}, out_stream, err_stream);
 		out = out_stream.str();
@@ -115,12 +122,15 @@ protected:
 	}
 
 	bool file_layer_answers = false;
+	bool status_files_are_readable = true;
 	std::string standard_input;
 	cpctl::Surroundings surroundings;
 	cpctl::Explaining explaining;
 	// Of the device, all together and by command.
 	int openings = 0;
 	std::map<int, size_t> calls;
+	// Of the status files, by name.
+	std::map<std::string, size_t> status_reads;
 	std::string out;
 	std::string err;
 

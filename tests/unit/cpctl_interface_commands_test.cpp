@@ -21,6 +21,13 @@ protected:
 		});
 	}
 
+	// The status file, with these pairs in the line of a row.
+	void tell_row(uint32_t row, const std::string &pairs)
+	{
+		status_files["status"] = "module format=1\ninterface index=9 name=wlan-2-2 " + pairs +
+					 "\ninterface index=" + std::to_string(row) + " " + pairs + "\n";
+	}
+
 	// As the module: mark, mode, walled garden, block_https, ap.
 	void answer_status(uint32_t mode, uint32_t block_https)
 	{
@@ -64,29 +71,112 @@ TEST_F(CpctlInterface, SetModeSendsTheNumberOfTheName)
 	     {Row{"off", 0, "00000000"}, Row{"on", 1, "01000000"}, Row{"internet-passes", 7, "07000000"},
 	      Row{"drop-tcp", 8, "08000000"}, Row{"300", 300, "2c010000"}}) {
 		SCOPED_TRACE(row.word);
-		answer_status(row.mode, 1);
+		tell_row(10, "mode=" + std::to_string(row.mode));
 		EXPECT_EQ(run({"interface", "set", "wlan-2-3", "mode", row.word}), 0);
-		EXPECT_EQ(device.commands(), (std::vector{1, 2}));
+		EXPECT_EQ(device.commands(), (std::vector{1}));
 		EXPECT_EQ(device.calls.at(0).hex(), joined("01000000", "0a000000", row.bytes, zeros(16)));
 		EXPECT_EQ(out + err, "");
 	}
 }
 
-TEST_F(CpctlInterface, SetReadsBackWhereTheKernelLetsTheModuleAnswer)
+constexpr std::string_view not_what_was_set =
+	" is not what was set though the module took the command: see the kernel log (dmesg)\n";
+
+TEST_F(CpctlInterface, SetReadsEachSettingBackFromTheStatusFile)
 {
-	answer_status(0, 1);
-	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "mode", "on"}), 2);
-	EXPECT_EQ(err,
-		  "cpctl: wlan-1-1: mode is not what was set though the module took the command: see the kernel log "
-		  "(dmesg)\n");
+	struct Row {
+		const char *setting;
+		const char *word;
+		const char *there;
+		const char *not_there;
+	};
 	answer_status_with_block_size();
+	for (const auto &[interface, number] :
+	     {std::pair("wlan-2-3", 10U), std::pair("special-mark", 24U), std::pair("mode-7", 25U),
+	      std::pair("social-login", 26U), std::pair("mirel", 27U)}) {
+		for (const Row &row :
+		     {Row{"mode", "drop-tcp", "mode=8", "mode=1"},
+		      Row{"block-https", "redirect", "block_https=2", "block_https=1"},
+		      Row{"logout", "198.51.100.100", "logout=198.51.100.100", "logout="},
+		      Row{"logout", "none", "logout=", "logout=198.51.100.100"},
+		      Row{"cp-walled-garden", "4000000000", "walled_garden=4000000000", "walled_garden=0"}}) {
+			SCOPED_TRACE(std::string(interface) + " " + row.setting + " " + row.word);
+			tell_row(number, row.there);
+			EXPECT_EQ(run({"interface", "set", interface, row.setting, row.word}), 0);
+			EXPECT_EQ(out + err, "");
+			EXPECT_EQ(device.commands(), (std::vector{1}));
+			tell_row(number, row.not_there);
+			EXPECT_EQ(run({"interface", "set", interface, row.setting, row.word}), 2);
+			EXPECT_EQ(err, joined("cpctl: ", interface, ": ", row.setting, not_what_was_set));
+		}
+	}
+}
+
+TEST_F(CpctlInterface, SetReadsTheGardenOfARowWithoutInterfaceBackFromTheStatusFile)
+{
+	tell_row(27, "garden=1");
+	EXPECT_EQ(run({"interface", "set", "mirel", "garden", "on"}), 0);
+	EXPECT_EQ(device.commands(), (std::vector{3}));
+	EXPECT_EQ(run({"interface", "set", "mirel", "garden", "off"}), 2);
+	EXPECT_EQ(err, joined("cpctl: mirel: garden", not_what_was_set));
+	status_files.clear();
+	EXPECT_EQ(run({"interface", "set", "mirel", "garden", "off"}), 0);
+	EXPECT_EQ(err, "cpctl: mirel: garden could not be verified: status: permission denied\n");
+}
+
+TEST_F(CpctlInterface, SetAsksCommand2WhereTheStatusFileCannotBeRead)
+{
+	answer_status(1, 2);
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "mode", "on"}), 0);
 	EXPECT_EQ(err, "");
+	EXPECT_EQ(device.commands(), (std::vector{1, 2}));
+	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "mode", "off"}), 2);
+	EXPECT_EQ(err, joined("cpctl: wlan-1-1: mode", not_what_was_set));
+	EXPECT_EQ(run({"interface", "set", "special-mark", "block-https", "redirect"}), 0);
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(run({"interface", "set", "special-mark", "block-https", "block"}), 2);
+	EXPECT_EQ(err, joined("cpctl: special-mark: block-https", not_what_was_set));
+}
+
+TEST_F(CpctlInterface, SetSaysWhatNeitherTells)
+{
+	answer_status_with_block_size();
+	for (const char *const setting : {"mode", "block-https"}) {
+		EXPECT_EQ(run({"interface", "set", "wlan-1-1", setting, "1"}), 0);
+		EXPECT_EQ(err,
+			  joined("cpctl: wlan-1-1: ", setting, " could not be verified: status: permission denied\n"));
+		EXPECT_EQ(device.commands(), (std::vector{1, 2}));
+	}
+	// No command tells these, of no row.
+	answer_status(1, 1);
+	for (const auto &[interface, setting, word] :
+	     {std::tuple("wlan-1-1", "logout", "192.0.2.1"), std::tuple("wlan-1-1", "cp-walled-garden", "on"),
+	      std::tuple("mirel", "mode", "on")}) {
+		EXPECT_EQ(run({"interface", "set", interface, setting, word}), 0);
+		EXPECT_EQ(err, joined("cpctl: ", interface, ": ", setting,
+				      " could not be verified: status: permission denied\n"));
+		EXPECT_EQ(device.commands(), (std::vector{1}));
+	}
+}
+
+TEST_F(CpctlInterface, SetTakesNothingFromAStatusFileThatItDoesNotKnow)
+{
+	for (const auto &[text, why] :
+	     {std::pair("module format=2\ninterface index=0 logout=192.0.2.1\n",
+			"the module's status has format 2, which this cpctl does not know: install the cpctl that came "
+			"with the module"),
+	      std::pair("module format=1\ninterface index=0 mode=1\n",
+			"the module's status does not say logout of interface: is this cpctl as new as the module?"),
+	      std::pair("module format=1\n", "the module's status does not speak of wlan-1-1")}) {
+		status_files["status"] = text;
+		EXPECT_EQ(run({"interface", "set", "wlan-1-1", "logout", "192.0.2.1"}), 0);
+		EXPECT_EQ(err, joined("cpctl: wlan-1-1: logout could not be verified: ", why, "\n"));
+	}
 }
 
 TEST_F(CpctlInterface, SetBlockHttps)
 {
-	answer_status(0, 2);
+	tell_row(0, "block_https=2");
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "block-https", "redirect"}), 0);
 	EXPECT_EQ(device.calls.at(0).hex(), joined("05000000", "00000000", "02000000", zeros(16)));
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "block-https", "pass"}), 2);
@@ -95,10 +185,12 @@ TEST_F(CpctlInterface, SetBlockHttps)
 
 TEST_F(CpctlInterface, SetLogoutSendsTheTextOfTheAddress)
 {
+	tell_row(0, "logout=198.51.100.100");
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "logout", "198.51.100.100"}), 0);
 	ASSERT_EQ(device.commands(), (std::vector{1}));
 	EXPECT_EQ(device.calls.at(0).hex(),
 		  joined("08000000", "00000000", "00000000", "3139382e35312e3130302e3130300000"));
+	tell_row(0, "logout=");
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "logout", "none"}), 0);
 	EXPECT_EQ(device.calls.at(0).hex(), joined("08000000", "00000000", "00000000", zeros(16)));
 }
@@ -131,10 +223,13 @@ TEST_F(CpctlInterface, SetDisconnectionSendsBehaviourAndStatus)
 
 TEST_F(CpctlInterface, SetTakesSeveralSettingsInOrder)
 {
-	answer_status(1, 1);
+	tell_row(0, "logout= mode=1");
 	answer_garden(1, 0);
 	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "garden", "on", "logout", "none", "mode", "on"}), 0);
-	EXPECT_EQ(device.commands(), (std::vector{3, 4, 1, 1, 2}));
+	EXPECT_EQ(device.commands(), (std::vector{3, 4, 1, 1}));
+	EXPECT_EQ(get32(device.calls.at(2).record, 0), 8U);
+	EXPECT_EQ(run({"interface", "set", "wlan-1-1", "garden", "on", "mode", "off", "logout", "none"}), 2);
+	EXPECT_EQ(device.commands(), (std::vector{3, 4, 1}));
 }
 
 TEST_F(CpctlInterface, SetChecksAllSettingsBeforeTheFirstIsSent)

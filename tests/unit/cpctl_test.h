@@ -17,6 +17,7 @@
 
 #include "cpctl/command_line.h"
 #include "cpctl/control_device.h"
+#include "cpctl/failure.h"
 
 namespace cpctl::test
 {
@@ -157,7 +158,12 @@ protected:
 			opened_wait = wait;
 			return std::make_unique<Lent>(device);
 		};
-		const auto read_status_file = [this](const std::string &name) { return status_files.at(name); };
+		const auto read_status_file = [this](const std::string &name) {
+			if (!status_files.contains(name)) {
+				throw Failure(ExitCode::unavailable, name + ": permission denied");
+			}
+			return status_files.at(name);
+		};
 		device.calls.clear();
 		const ExitCode code = run_command_line(words, {open, read_status_file}, out_stream, err_stream);
 		out = out_stream.str();
@@ -179,7 +185,7 @@ protected:
 	std::string out;
 	std::string err;
 	std::string opened_path;
-	// What the status files hold.
+	// What the status files hold; others cannot be read.
 	std::map<std::string, std::string> status_files;
 	std::chrono::milliseconds opened_wait{0};
 };

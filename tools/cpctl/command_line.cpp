@@ -17,6 +17,7 @@
 #include "cpctl/garden_check.h"
 #include "cpctl/garden_commands.h"
 #include "cpctl/interface_commands.h"
+#include "cpctl/interface_names.h"
 #include "cpctl/monitor_command.h"
 #include "cpctl/self_description.h"
 #include "cpctl/status_commands.h"
@@ -401,8 +402,9 @@ private:
 
 	void describe_mirel()
 	{
-		CLI::App &mode = *add_command(*mirel_, "mode", "Set its mode",
-					      [](const Arguments &given) { return set_mirel_mode(given.value); });
+		CLI::App &mode = *add_command(*mirel_, "mode", "Set its mode", [](const Arguments &given) {
+			return set_interface(interface_of_row(CP_ROW_MIREL).name, {"mode", given.value});
+		});
 		sets_configuration({&mode});
 		mode.add_option("MODE", arguments_.value, "off, on, internet-passes, drop-tcp, or a number")
 			->required();

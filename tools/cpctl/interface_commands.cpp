@@ -7,21 +7,12 @@
 #include "cpctl/interface_names.h"
 #include "cpctl/json_answer.h"
 #include "cpctl/quoted.h"
+#include "cpctl/read_back.h"
 #include "cpctl/row_names.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
 {
-
-StatusLine status_of_row(const Session &session, uint32_t row)
-{
-	for (const StatusLine &line : parse_status_lines(session.read_status_file("status"))) {
-		if (line.keyword() == "interface" && line.number("index") == row) {
-			return line;
-		}
-	}
-	throw Failure(ExitCode::unavailable, "the module's status does not speak of " + interface_of_row(row).name);
-}
 
 const std::string_view interface_settings_help =
 	"SETTINGS, one or more of:\n"
@@ -51,49 +42,45 @@ struct Setting {
 	Action (*make)(const Interface &interface, Words words);
 };
 
-[[nodiscard]] Failure not_stored(const Interface &interface, std::string_view setting)
+[[nodiscard]] std::string setting_of(const Interface &interface, std::string_view setting)
 {
-	return refusal(interface.name + ": " + std::string(setting) +
-		       " is not what was set though the module took the command: see the kernel log (dmesg)");
+	return interface.name + ": " + std::string(setting);
 }
 
-// A setting of one of the rows that have no interface, which no command shows as a whole.
-Action set_number_of_row(const Interface &interface, std::string_view setting, cp_set_command sub_command,
-			 const char *key, uint32_t value)
+// Command 2 tells some settings of some rows, where the kernel lets it through to the module.
+DeviceTellsStored command_2_tells(const Session &session, uint32_t row, uint32_t cp_status::*member, uint32_t value)
 {
-	return [=](const Session &session) {
-		session.portal.set(sub_command, static_cast<int32_t>(interface.row), value);
-		if (status_of_row(session, interface.row).number(key) != value) {
-			throw not_stored(interface, setting);
-		}
+	if (member == nullptr || row > CP_STATUS_LAST_ROW) {
+		return {};
+	}
+	return [&session, row, member, value]() -> std::optional<bool> {
+		const auto status = session.portal.status(row);
+		return status ? std::optional((*status).*member == value) : std::nullopt;
 	};
 }
 
-// A portal setting that command 2 shows, where it reaches the module.
-Action set_number(const Interface &interface, std::string_view setting, cp_set_command sub_command,
-		  uint32_t cp_status::*member, const char *key, uint32_t value)
+// `key` is the setting's in the status file, `member` in the answer to command 2, if that has it.
+Action set_number(const Interface &interface, std::string_view setting, cp_set_command sub_command, const char *key,
+		  uint32_t cp_status::*member, uint32_t value)
 {
-	if (interface.row >= CP_WIRELESS_INTERFACES) {
-		return set_number_of_row(interface, setting, sub_command, key, value);
-	}
 	return [=](const Session &session) {
 		session.portal.set(sub_command, static_cast<int32_t>(interface.row), value);
-		const auto status = session.portal.status(interface.row);
-		if (status && (*status).*member != value) {
-			throw not_stored(interface, setting);
-		}
+		require_stored(
+			session, setting_of(interface, setting),
+			[&](const ModuleStatus &status) { return status.row(interface.row).number(key) == value; },
+			command_2_tells(session, interface.row, member, value));
 	};
 }
 
 Action set_mode(const Interface &interface, Words words)
 {
-	return set_number(interface, "mode", CAPTIVE_PORTAL, &cp_status::cp_mode, "mode",
+	return set_number(interface, "mode", CAPTIVE_PORTAL, "mode", &cp_status::cp_mode,
 			  parse_value(mode_names(), words[0], "mode"));
 }
 
 Action set_block_https(const Interface &interface, Words words)
 {
-	return set_number(interface, "block-https", BLOCK_HTTPS, &cp_status::block_https, "block_https",
+	return set_number(interface, "block-https", BLOCK_HTTPS, "block_https", &cp_status::block_https,
 			  parse_value(block_https_names(), words[0], "value of block-https"));
 }
 
@@ -105,6 +92,9 @@ Action set_logout(const Interface &interface, Words words)
 	}
 	return [=](const Session &session) {
 		session.portal.set(LOGOUT_IP_NOTIFY, static_cast<int32_t>(interface.row), 0, address);
+		require_stored(session, setting_of(interface, "logout"), [&](const ModuleStatus &status) {
+			return status.row(interface.row).text("logout") == address;
+		});
 	};
 }
 
@@ -113,20 +103,20 @@ Action set_garden_switch(const Interface &interface, Words words)
 	const uint32_t value = parse_value(switch_names(), words[0], "switch");
 	return [=](const Session &session) {
 		session.portal.set_garden(WALLED_GARDEN, static_cast<int32_t>(interface.row), {value, {}});
-		const uint32_t stored =
-			interface.row < CP_WIRELESS_INTERFACES ?
-				session.portal.garden(interface.row).enable_value :
-				static_cast<uint32_t>(status_of_row(session, interface.row).number("garden"));
-		if (stored != value) {
-			throw not_stored(interface, "garden");
+		if (interface.row >= CP_WIRELESS_INTERFACES) {
+			require_stored(session, setting_of(interface, "garden"), [&](const ModuleStatus &status) {
+				return status.row(interface.row).number("garden") == value;
+			});
+		} else if (session.portal.garden(interface.row).enable_value != value) {
+			throw not_stored(setting_of(interface, "garden"));
 		}
 	};
 }
 
 Action set_cp_walled_garden(const Interface &interface, Words words)
 {
-	return set_number_of_row(interface, "cp-walled-garden", CP_WALLED_GARDEN, "walled_garden",
-				 parse_value(switch_names(), words[0], "value of cp-walled-garden"));
+	return set_number(interface, "cp-walled-garden", CP_WALLED_GARDEN, "walled_garden", nullptr,
+			  parse_value(switch_names(), words[0], "value of cp-walled-garden"));
 }
 
 Action set_disconnection(const Interface &interface, Words words)
@@ -140,7 +130,7 @@ Action set_disconnection(const Interface &interface, Words words)
 		session.portal.set_disconnection(interface.name, wanted);
 		const Disconnection stored = session.portal.disconnection(interface.name);
 		if (stored.behavior != wanted.behavior || stored.status != wanted.status) {
-			throw not_stored(interface, "disconnection");
+			throw not_stored(setting_of(interface, "disconnection"));
 		}
 	};
 }

@@ -12,9 +12,6 @@
 namespace cpctl
 {
 
-// The line of the status file for a row, 0..27; throws Failure(unavailable) when there is none.
-[[nodiscard]] StatusLine status_of_row(const Session &session, uint32_t row);
-
 // The settings that set_interface() takes, for the help text.
 extern const std::string_view interface_settings_help;
 

@@ -3,6 +3,7 @@
 
 #include "cpctl/failure.h"
 #include "cpctl/json_answer.h"
+#include "cpctl/read_back.h"
 #include "cpctl/value_names.h"
 
 namespace cpctl
@@ -46,13 +47,12 @@ Action show_gateway()
 Action switch_dns_filter(const std::string &on_or_off)
 {
 	const uint32_t value = parse_value(switch_names(), on_or_off, "switch");
-	return [value](const Session &session) { session.portal.set(DNS_FILTER_ENABLE, 0, value); };
-}
-
-Action set_mirel_mode(const std::string &mode)
-{
-	const uint32_t value = parse_value(mode_names(), mode, "mode");
-	return [value](const Session &session) { session.portal.set(CAPTIVE_PORTAL_MIREL, CP_ROW_MIREL, value); };
+	return [value](const Session &session) {
+		session.portal.set(DNS_FILTER_ENABLE, 0, value);
+		require_stored(session, "dns-filter", [value](const ModuleStatus &status) {
+			return status.module.number("dns_filter") == value;
+		});
+	};
 }
 
 Action set_debug_level(const std::string &text)
@@ -61,7 +61,12 @@ Action set_debug_level(const std::string &text)
 	if (level > highest_debug_level) {
 		throw usage_failure("debug level " + text + ": the highest is " + std::to_string(highest_debug_level));
 	}
-	return [level](const Session &session) { session.portal.set_debug_level(level); };
+	return [level](const Session &session) {
+		session.portal.set_debug_level(level);
+		require_stored(session, "debug", [level](const ModuleStatus &status) {
+			return status.module.number("debug_level") == level;
+		});
+	};
 }
 
 } // namespace cpctl

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What holds for the whole access point: cpctl gateway, dns-filter, debug, and the mode of cpctl mirel. Each function
-// checks its arguments (usage failures) and gives the command.
+// What holds for the whole access point: cpctl gateway, dns-filter and debug. Each function checks its arguments (usage
+// failures) and gives the command.
 #pragma once
 
 #include <string>
@@ -14,9 +14,7 @@ namespace cpctl
 [[nodiscard]] Action set_gateway(const std::string &address);
 [[nodiscard]] Action show_gateway();
 
-// The three below have no way to be read back.
 [[nodiscard]] Action switch_dns_filter(const std::string &on_or_off);
-[[nodiscard]] Action set_mirel_mode(const std::string &mode);
 // 0 to 3.
 [[nodiscard]] Action set_debug_level(const std::string &level);
 
