@@ -182,6 +182,8 @@ TEST_F(CpctlBatch, ManyClientsNeedOneCallEach)
 	ASSERT_EQ(batch(text), 0) << err;
 	EXPECT_EQ(calls[GATEKEEPER_IOCTL_SET], clients);
 	EXPECT_EQ(calls[GATEKEEPER_IOCTL_GET] + calls[GATEKEEPER_IOCTL_CHECK], 0U);
+	// Before the first and after the last.
+	EXPECT_EQ(status_reads["clients"], 2U);
 	EXPECT_EQ(openings, 1);
 	EXPECT_EQ(lines_of("clients"), clients);
 }

@@ -112,7 +112,46 @@ TEST_F(CpctlClient, AddSaysWhenAListIsTooLongToVerify)
 	answer_lists({std::vector<uint8_t>(1034, 0x07)});
 	EXPECT_EQ(run({"client", "add", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
 	EXPECT_EQ(device.commands(), (std::vector{9, 8, 9}));
-	EXPECT_EQ(err, "cpctl: auth of wlan-1-1 is too long to be read whole: the entry could not be verified\n");
+	EXPECT_EQ(err,
+		  "cpctl: the entry of 02:00:5e:10:00:01 in auth of wlan-1-1 could not be verified: the module tells "
+		  "the first 1034 clients of a list; clients: permission denied\n");
+}
+
+constexpr const char *listed_in_auth = "client table=auth mac=02:00:5e:10:00:01 interface=wlan-1-1\n";
+// Nobody who is asked for.
+constexpr const char *others_listed = "client table=auth mac=02:00:5e:10:00:02 interface=wlan-1-1\n"
+				      "client table=auth mac=02:00:5e:10:00:01 interface=wlan-1-2\n"
+				      "client table=login mac=02:00:5e:10:00:01 interface=wlan-1-1\n"
+				      "client table=mirel-white mac=02:00:5e:10:00:01\n"
+				      "remark table=auth mac=02:00:5e:10:00:01 interface=wlan-1-1\n";
+
+TEST_F(CpctlClient, AddLooksForTheEntryInTheStatusFileWhereAListIsTooLong)
+{
+	answer_lists({std::vector<uint8_t>(1034, 0x07)});
+	status_files["clients"] = others_listed;
+	EXPECT_EQ(run({"client", "add", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
+	EXPECT_EQ(err,
+		  "cpctl: 02:00:5e:10:00:01 is not in auth of wlan-1-1 though the module took the command: see the "
+		  "kernel log (dmesg)\n");
+	EXPECT_EQ(device.commands(), (std::vector{9, 8, 9}));
+	device.on(GATEKEEPER_IOCTL_SET, [this](auto, size_t) {
+		status_files["clients"] += listed_in_auth;
+		return 0;
+	});
+	EXPECT_EQ(run({"client", "add", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(device.commands(), (std::vector{9, 8, 9}));
+	EXPECT_EQ(run({"client", "add", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
+	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is in auth of wlan-1-1 already: no second entry made\n");
+	EXPECT_EQ(device.commands(), (std::vector{9}));
+}
+
+TEST_F(CpctlClient, AddToMirelWhiteLooksThroughALongBlackList)
+{
+	answer_lists({{0x01}, std::vector<uint8_t>(1034, 0x07)});
+	status_files["clients"] = "client table=mirel-black mac=02:00:5e:10:00:01\n";
+	EXPECT_EQ(run({"client", "add", "mirel-white", "02:00:5e:10:00:01"}), 0);
+	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_SET).at(0).hex(), client_record("17000000", no_name));
 }
 
 TEST_F(CpctlClient, AddSaysWhenTheModuleRefusesTheCommand)
@@ -168,6 +207,37 @@ TEST_F(CpctlClient, DelGivesUpOnAListThatKeepsTheClient)
 	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is still in white of wlan-1-1: see the kernel log (dmesg)\n");
 }
 
+TEST_F(CpctlClient, DelLooksForTheClientInTheStatusFileWhereAListIsTooLong)
+{
+	answer_lists({std::vector<uint8_t>(1034, 0x07)});
+	status_files["clients"] = others_listed;
+	EXPECT_EQ(run({"client", "del", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
+	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is not in auth of wlan-1-1: nothing to delete\n");
+	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_SET).size(), 0U);
+	status_files["clients"] = std::string(listed_in_auth) + listed_in_auth;
+	device.on(GATEKEEPER_IOCTL_SET, [this](auto, size_t call) {
+		status_files["clients"] = call == 0 ? listed_in_auth : "";
+		return 0;
+	});
+	EXPECT_EQ(run({"client", "del", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_SET).size(), 2U);
+	status_files["clients"] = listed_in_auth;
+	device.on(GATEKEEPER_IOCTL_SET, [](auto, size_t) { return 0; });
+	EXPECT_EQ(run({"client", "del", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
+	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is still in auth of wlan-1-1: see the kernel log (dmesg)\n");
+}
+
+TEST_F(CpctlClient, DelSaysWhenAListIsTooLongToVerify)
+{
+	answer_lists({std::vector<uint8_t>(1034, 0x07)});
+	EXPECT_EQ(run({"client", "del", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
+	EXPECT_EQ(device.commands(), (std::vector{9, 8, 9}));
+	EXPECT_EQ(err,
+		  "cpctl: the deletion of 02:00:5e:10:00:01 from auth of wlan-1-1 could not be verified: the module "
+		  "tells the first 1034 clients of a list; clients: permission denied\n");
+}
+
 // An address that add refuses may be in a list all the same.
 TEST_F(CpctlClient, DelTakesGroupAddresses)
 {
@@ -204,7 +274,19 @@ TEST_F(CpctlClient, ShowSaysWhenThereMayBeMore)
 {
 	answer_lists({std::vector<uint8_t>(1034, 0x07)});
 	EXPECT_EQ(run({"client", "show", "auth", "wlan-1-1"}), 0);
-	EXPECT_EQ(err, "cpctl: the module tells the first 1034 clients of a list; auth of wlan-1-1 may have more\n");
+	EXPECT_EQ(std::ranges::count(out, '\n'), 1034);
+	EXPECT_EQ(err,
+		  "cpctl: the module tells the first 1034 clients of a list; auth of wlan-1-1 may have more: clients: "
+		  "permission denied\n");
+}
+
+TEST_F(CpctlClient, ShowTakesALongListFromTheStatusFile)
+{
+	answer_lists({std::vector<uint8_t>(1034, 0x07)});
+	status_files["clients"] = std::string(others_listed) + listed_in_auth;
+	EXPECT_EQ(run({"client", "show", "auth", "wlan-1-1"}), 0);
+	EXPECT_EQ(out, "02:00:5e:10:00:02 dev wlan-1-1 table auth\n02:00:5e:10:00:01 dev wlan-1-1 table auth\n");
+	EXPECT_EQ(err, "");
 }
 
 TEST_F(CpctlClient, CheckAnswersWithItsExitCode)
@@ -224,7 +306,13 @@ TEST_F(CpctlClient, CheckKnowsThatALongListMayHoldTheClient)
 	EXPECT_EQ(run({"client", "check", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
 	EXPECT_EQ(err,
 		  "cpctl: 02:00:5e:10:00:01 is not among the clients of auth of wlan-1-1 that the module tells, and "
-		  "there may be more\n");
+		  "there may be more: clients: permission denied\n");
+	status_files["clients"] = others_listed;
+	EXPECT_EQ(run({"client", "check", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
+	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is not in auth of wlan-1-1\n");
+	status_files["clients"] += listed_in_auth;
+	EXPECT_EQ(run({"client", "check", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
+	EXPECT_EQ(out, "02:00:5e:10:00:01 is in auth of wlan-1-1\n");
 }
 
 TEST_F(CpctlClient, FlushUsesTheModulesOwnWhereThereIsOne)

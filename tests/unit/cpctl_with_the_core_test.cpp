@@ -2,6 +2,8 @@
 // cpctl and the module's own core together: what one writes, the other understands.
 #include "tests/unit/cpctl_core.h"
 
+#include <tuple>
+
 #include "base/debug_level.h"
 #include "garden/walled_garden.h"
 #include "portal/interface_table.h"
@@ -123,6 +125,50 @@ TEST_F(CpctlWithTheCore, SaysWhenTheModuleHasNoMemoryForAClient)
 	EXPECT_EQ(err,
 		  "cpctl: 02:00:5e:10:00:01 is not in login of wlan-1-1 though the module took the command: see the "
 		  "kernel log (dmesg)\n");
+}
+
+// A table of an interface and one for all, of those that the module does not search.
+TEST_F(CpctlWithTheCore, ClientsBehindTheEndOfAReplyComeAndGo)
+{
+	for (const auto &[table, sub_command, place] : {std::tuple("auth", ADD_AUTH_MAC, " dev wlan-1-1"),
+							std::tuple("mirel-white", ADD_MIREL_WHITE_LIST_MAC, ""),
+							std::tuple("mirel-black", ADD_MIREL_BLACK_LIST_MAC, "")}) {
+		SCOPED_TRACE(table);
+		for (unsigned i = 0; i < 1040; i++) {
+			gk_cmd record = {};
+			record.cmd = sub_command;
+			std::memcpy(record.iface, "wlan-1-1", 8);
+			record.mac[0] = 0x02;
+			record.mac[4] = static_cast<uint8_t>(i >> 8);
+			record.mac[5] = static_cast<uint8_t>(i);
+			send(GATEKEEPER_IOCTL_SET, record);
+		}
+		const auto words = [&, table = table](const char *command) {
+			std::vector<std::string> result = {"client", command, table, "02:00:5e:10:00:01"};
+			if (table == std::string("auth")) {
+				result.emplace_back("wlan-1-1");
+			}
+			return result;
+		};
+		// Before the command and after it.
+		status_reads.clear();
+		EXPECT_EQ(answer(words("add")), "");
+		EXPECT_EQ(status_reads["clients"], 2U);
+		EXPECT_NE(answer(words("check")), "");
+		const std::string shown = answer({"client", "show", table});
+		EXPECT_EQ(std::ranges::count(shown, '\n'), 1041);
+		EXPECT_TRUE(shown.ends_with("02:00:00:00:04:0f" + std::string(place) + " table " + table +
+					    "\n02:00:5e:10:00:01" + place + " table " + table + "\n"));
+		EXPECT_EQ(answer(words("del")), "");
+		EXPECT_EQ(run(words("check")), 2);
+	}
+}
+
+TEST_F(CpctlWithTheCore, ShownListsThatAreNotLongNeedNoStatusFile)
+{
+	(void)answer({"client", "add", "auth", "02:00:5e:10:00:01", "wlan-1-1"});
+	EXPECT_EQ(answer({"client", "show", "auth"}), "02:00:5e:10:00:01 dev wlan-1-1 table auth\n");
+	EXPECT_EQ(status_reads["clients"], 0U);
 }
 
 TEST_F(CpctlWithTheCore, InterfaceSettingsComeBack)

@@ -5,6 +5,7 @@
 #include <map>
 #include <utility>
 
+#include "cpctl/client_lists.h"
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 
@@ -21,10 +22,9 @@ public:
 	void read(const ReadStatusFile &read_status_file)
 	{
 		lists_.clear();
-		for (const StatusLine &line : parse_status_lines(read_status_file("clients"))) {
-			if (line.keyword() == "client") {
-				++count(line.text("table"), line.has("interface") ? line.text("interface") : "",
-					parse_mac(line.text("mac")));
+		for (const auto &[list, clients] : read_client_lists(read_status_file)) {
+			for (const MacAddress &mac : clients) {
+				++lists_[list][mac];
 			}
 		}
 	}

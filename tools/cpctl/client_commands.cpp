@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/client_commands.h"
 
+#include <algorithm>
+#include <optional>
+#include <utility>
 #include <vector>
 
+#include "cpctl/client_lists.h"
 #include "cpctl/failure.h"
 #include "cpctl/interface_names.h"
 #include "cpctl/json_answer.h"
+#include "cpctl/read_back.h"
 
 namespace cpctl
 {
@@ -30,6 +35,7 @@ struct List {
 	{
 		return std::string(table.name) + (interface.empty() ? "" : " of ") + interface;
 	}
+	[[nodiscard]] ClientLists::key_type key() const { return {std::string(table.name), interface}; }
 };
 
 List find_list(const std::string &table_name, const std::string &interface)
@@ -58,9 +64,32 @@ std::vector<List> find_lists(const std::string &table_name, const std::string &i
 	return lists;
 }
 
-Presence presence(const Session &session, const List &list, const MacAddress &mac)
+// Whether a client is listed, and why that is not known.
+struct Listed {
+	Presence presence;
+	std::string why_unknown = {};
+};
+
+// As the device tells it, or of a client behind the end of its answer as the status file does. That file is read for no
+// other: it has all clients of the module.
+Listed find_client(const Session &session, const List &list, const MacAddress &mac)
 {
-	return session.portal.presence(list.table, mac, list.interface);
+	const Presence told = session.portal.presence(list.table, mac, list.interface);
+	if (told != Presence::unknown) {
+		return {told};
+	}
+	try {
+		ClientLists lists = read_client_lists(session.read_status_file);
+		const std::vector<MacAddress> &clients = lists[list.key()];
+		return {std::ranges::find(clients, mac) != clients.end() ? Presence::listed : Presence::not_listed};
+	} catch (const Failure &unreadable) {
+		return {Presence::unknown, unreadable.what()};
+	}
+}
+
+std::string first_clients_told()
+{
+	return "the module tells the first " + std::to_string(GK_LIST_SLOTS) + " clients of a list; ";
 }
 
 // The white list's sub-commands take the address off the black list first; where they are not needed for the white list
@@ -68,28 +97,29 @@ Presence presence(const Session &session, const List &list, const MacAddress &ma
 void leave_mirel_black_list(const Session &session, const MacAddress &mac)
 {
 	const List black = {find_client_table("mirel-black"), ""};
-	if (presence(session, black, mac) == Presence::listed) {
+	if (find_client(session, black, mac).presence == Presence::listed) {
 		session.portal.change_clients(black.table.del, {}, mac);
 	}
 }
 
-// Deletes the address until the list is free of it. Deleting from a list that is too long to be read whole is one call.
+// Deletes the address until the list is free of it. Deleting from a list that cannot be read whole is one call.
 void delete_all_entries(const Session &session, const List &list, const MacAddress &mac)
 {
-	Presence before = Presence::unknown;
+	Listed after = {Presence::unknown};
 	// A list that never ends to hold the address is refused below instead of being tried for ever.
 	for (uint32_t tries = 0; tries < GK_LIST_SLOTS; tries++) {
 		session.portal.change_clients(list.table.del, list.interface, mac);
-		before = presence(session, list, mac);
-		if (before != Presence::listed) {
+		after = find_client(session, list, mac);
+		if (after.presence != Presence::listed) {
 			break;
 		}
 	}
-	if (before == Presence::listed) {
+	if (after.presence == Presence::listed) {
 		throw refusal(format_mac(mac) + " is still in " + list.text() + ": see the kernel log (dmesg)");
 	}
-	if (before == Presence::unknown) {
-		session.note(list.text() + " is too long to be read whole: the deletion could not be verified");
+	if (after.presence == Presence::unknown) {
+		note_unverified(session, "the deletion of " + format_mac(mac) + " from " + list.text(),
+				first_clients_told() + after.why_unknown);
 	}
 }
 
@@ -132,6 +162,32 @@ Json json_of(const List &list, const ClientList &listed)
 	}
 	return json;
 }
+
+// Lists that are longer than the device's answer.
+class LongLists
+{
+public:
+	explicit LongLists(const Session &session) : session_(session) {}
+
+	// All of a list; what the device told, and a note, where the status file cannot be read.
+	ClientList whole(const List &list, ClientList told)
+	{
+		try {
+			if (!lists_) {
+				lists_ = read_client_lists(session_.read_status_file);
+			}
+			return {.clients = (*lists_)[list.key()], .complete = true};
+		} catch (const Failure &unreadable) {
+			session_.note(first_clients_told() + list.text() + " may have more: " + unreadable.what());
+			return told;
+		}
+	}
+
+private:
+	const Session &session_;
+	// Read when the first of them is met.
+	std::optional<ClientLists> lists_;
+};
 
 void print(const Session &session, const List &list, const ClientList &listed)
 {
@@ -184,7 +240,7 @@ Action add_client(const std::string &table, const std::string &mac_text, const s
 	const List list = find_list(table, interface);
 	const MacAddress mac = parse_station_mac(mac_text);
 	return [list, mac](const Session &session) {
-		if (presence(session, list, mac) == Presence::listed) {
+		if (find_client(session, list, mac).presence == Presence::listed) {
 			session.note(format_mac(mac) + " is in " + list.text() + " already: no second entry made");
 			if (list.table.add == ADD_MIREL_WHITE_LIST_MAC) {
 				leave_mirel_black_list(session, mac);
@@ -192,14 +248,16 @@ Action add_client(const std::string &table, const std::string &mac_text, const s
 			return;
 		}
 		session.portal.change_clients(list.table.add, list.interface, mac);
-		switch (presence(session, list, mac)) {
+		const Listed after = find_client(session, list, mac);
+		switch (after.presence) {
 		case Presence::listed:
 			return;
 		case Presence::not_listed:
 			throw refusal(format_mac(mac) + " is not in " + list.text() +
 				      " though the module took the command: see the kernel log (dmesg)");
 		case Presence::unknown:
-			session.note(list.text() + " is too long to be read whole: the entry could not be verified");
+			note_unverified(session, "the entry of " + format_mac(mac) + " in " + list.text(),
+					first_clients_told() + after.why_unknown);
 		}
 	};
 }
@@ -209,7 +267,7 @@ Action delete_client(const std::string &table, const std::string &mac_text, cons
 	const List list = find_list(table, interface);
 	const MacAddress mac = parse_mac(mac_text);
 	return [list, mac](const Session &session) {
-		if (presence(session, list, mac) == Presence::not_listed) {
+		if (find_client(session, list, mac).presence == Presence::not_listed) {
 			throw refusal(format_mac(mac) + " is not in " + list.text() + ": nothing to delete");
 		}
 		delete_all_entries(session, list, mac);
@@ -221,16 +279,16 @@ Action show_clients(const std::string &table, const std::string &interface)
 	const std::vector<List> lists = find_lists(table, interface, interface.empty());
 	return [lists](const Session &session) {
 		Json json = {{"table", lists.front().table.name}, {"lists", Json::array()}};
+		LongLists long_lists(session);
 		for (const List &list : lists) {
-			const ClientList listed = session.portal.clients(list.table, list.interface);
+			ClientList listed = session.portal.clients(list.table, list.interface);
+			if (!listed.complete) {
+				listed = long_lists.whole(list, std::move(listed));
+			}
 			if (session.json != JsonOutput::none) {
 				json["lists"].push_back(json_of(list, listed));
 			} else {
 				print(session, list, listed);
-			}
-			if (!listed.complete) {
-				session.note("the module tells the first " + std::to_string(GK_LIST_SLOTS) +
-					     " clients of a list; " + list.text() + " may have more");
 			}
 		}
 		if (session.json != JsonOutput::none) {
@@ -244,14 +302,14 @@ Action check_client(const std::string &table, const std::string &mac_text, const
 	const List list = find_list(table, interface);
 	const MacAddress mac = parse_mac(mac_text);
 	return [list, mac](const Session &session) {
-		const Presence found = presence(session, list, mac);
+		const Listed found = find_client(session, list, mac);
 		if (session.json != JsonOutput::none) {
 			print_json(session, {{"table", list.table.name},
 					     {"interface", json_of_interface(list)},
 					     {"mac", format_mac(mac)},
-					     {"listed", json_of(found)}});
+					     {"listed", json_of(found.presence)}});
 		}
-		switch (found) {
+		switch (found.presence) {
 		case Presence::listed:
 			if (session.json == JsonOutput::none) {
 				session.out << format_mac(mac) << " is in " << list.text() << '\n';
@@ -261,7 +319,7 @@ Action check_client(const std::string &table, const std::string &mac_text, const
 			throw refusal(format_mac(mac) + " is not in " + list.text());
 		case Presence::unknown:
 			throw refusal(format_mac(mac) + " is not among the clients of " + list.text() +
-				      " that the module tells, and there may be more");
+				      " that the module tells, and there may be more: " + found.why_unknown);
 		}
 	};
 }
