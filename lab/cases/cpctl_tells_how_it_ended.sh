@@ -68,11 +68,35 @@ expect_log "[env_set] set debug_level = 3"
 ends_with 0 "" cpctl mirel mode on
 expect_log "CAPTIVE_PORTAL iface=27 enable_value=1"
 
-step "the file layer answers in the module's place"
-ends_with 0 "" cpctl interface set wlan-1-1 mode on
+step "settings come back from the status file"
+ends_with 0 "" cpctl interface set wlan-1-1 mode drop-tcp block-https redirect logout 192.0.2.1
+ends_with 0 "" cpctl interface owe map wlan-1-14 wlan-1-1
+expect_equal "the settings" "wlan-1-1: mode drop-tcp block-https redirect garden on rules 2 disconnection drop-all connected \
+mark 5200 ap 0.0.0.0 logout 192.0.2.1 owe wlan-1-14" "$(cpctl interface show wlan-1-1 2>&1)"
+expect_equal "words about settings that are there" "" "$(cpctl interface set wlan-1-1 mode off block-https block logout none 2>&1)"
+expect_equal "words about the filter" "" "$(cpctl dns-filter on 2>&1)"
+expect_equal "words about the debug level" "" "$(cpctl debug 1 2>&1)"
+
+step "the file layer answers in the module's place, and there is no status file"
+mount -t tmpfs none /proc/captive_portal
+ends_with 0 "wlan-1-1: mode could not be verified: /proc/captive_portal/status: there is no such file" \
+	cpctl interface set wlan-1-1 mode on
 ends_with 0 "FIGETBSZ" cpctl interface show wlan-1-1
-expect_contains "the settings" "wlan-1-1: mode unknown block-https unknown garden on rules 2" \
-	"$(cpctl interface show wlan-1-1 2>/dev/null)"
+expect_equal "the settings" "wlan-1-1: mode unknown block-https unknown garden on rules 2 disconnection drop-all connected \
+mark 5200 ap unknown logout unknown owe wlan-1-14" "$(cpctl interface show wlan-1-1 2>/dev/null)"
+umount /proc/captive_portal
+expect_contains "the mode that could not be verified" "wlan-1-1: mode on " "$(cpctl interface show wlan-1-1)"
+
+step "clients behind the end of the device's answer"
+for ((number = 0; number < 1040; number++)); do
+	printf 'client add auth 02:00:5e:20:%02x:%02x wlan-1-1\n' $((number / 256)) $((number % 256))
+done >"$CASE_DIR/clients"
+ends_with 0 "" cpctl -b "$CASE_DIR/clients"
+expect_equal "words about one more" "" "$(cpctl client add auth 02:00:5e:10:00:01 wlan-1-1 2>&1)"
+expect_equal "the list's length" 1041 "$(cpctl client show auth wlan-1-1 | wc -l)"
+ends_with 0 "is in auth of wlan-1-1" cpctl client check auth 02:00:5e:10:00:01 wlan-1-1
+expect_equal "words about its deletion" "" "$(cpctl client del auth 02:00:5e:10:00:01 wlan-1-1 2>&1)"
+ends_with 2 "nothing to delete" cpctl client del auth 02:00:5e:10:00:01 wlan-1-1
 
 step "another program has the device"
 hold_device 1

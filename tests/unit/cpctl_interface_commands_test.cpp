@@ -248,7 +248,32 @@ TEST_F(CpctlInterface, SetChecksAllSettingsBeforeTheFirstIsSent)
 	expect_usage_failure({"interface", "set", "wlan-1-1", "disconnection", "pass-all", "away"}, "status");
 }
 
+// Of a row with settings, and of one that has none.
+constexpr const char *status_of_two_rows =
+	"module format=1 debug_level=1 ap_address=192.0.2.1\n"
+	"interface index=0 name=wlan-1-1 mark=0x1450 mode=7 block_https=0 logout=198.51.100.100 garden=1 rules=3 "
+	"disconnection_behavior=1 disconnection_status=0\n"
+	"interface index=1 name=wlan-1-2 mark=0x1451 mode=0 block_https=9 logout= garden=0 rules=0 "
+	"disconnection_behavior=0 disconnection_status=2\n"
+	"owe name=wlan-1-14 interface=wlan-1-1\n"
+	"owe name=wlan-1-15 interface=\n"
+	"owe name=wlan-3-16 interface=wlan-1-1\n";
+
 TEST_F(CpctlInterface, ShowPutsTheSettingsOnOneLine)
+{
+	status_files["status"] = status_of_two_rows;
+	EXPECT_EQ(run({"interface", "show", "wlan-1-1"}), 0);
+	EXPECT_EQ(out,
+		  "wlan-1-1: mode internet-passes block-https pass garden on rules 3 disconnection pass-all connected "
+		  "mark 5200 ap 192.0.2.1 logout 198.51.100.100 owe wlan-1-14 wlan-3-16\n");
+	EXPECT_EQ(run({"interface", "show", "wlan-1-2"}), 0);
+	EXPECT_EQ(out, "wlan-1-2: mode off block-https 9 garden off rules 0 disconnection drop-all disconnected mark "
+		       "5201 ap 192.0.2.1 logout none owe none\n");
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(device.calls.size(), 0U);
+}
+
+TEST_F(CpctlInterface, ShowAsksTheDeviceWhereTheStatusFileCannotBeRead)
 {
 	answer_status(7, 0);
 	answer_garden(1, 3);
@@ -256,15 +281,35 @@ TEST_F(CpctlInterface, ShowPutsTheSettingsOnOneLine)
 	EXPECT_EQ(run({"interface", "show", "wlan-1-1"}), 0);
 	EXPECT_EQ(out,
 		  "wlan-1-1: mode internet-passes block-https pass garden on rules 3 disconnection pass-all connected "
-		  "mark 5200 ap 192.0.2.1\n");
-	EXPECT_EQ(err, "");
+		  "mark 5200 ap 192.0.2.1 logout unknown owe none\n");
+	EXPECT_EQ(err, "cpctl: logout is unknown, which no command of the control device tells: status: permission "
+		       "denied\n");
 	EXPECT_EQ(device.of(CAPTIVE_PORTAL_IOCTL_GET).at(0).hex(),
 		  joined("02000000", "00000000", "ffffffff", zeros(308)));
 	EXPECT_EQ(device.of(WALLED_GARDEN_IOCTL_GET).at(0).hex(),
 		  joined("04000000", "00000000", "00000000", "ffffffff", zeros(3360)));
+	// A row that the file does not have.
+	status_files["status"] = status_of_two_rows;
+	EXPECT_EQ(run({"interface", "show", "wlan-3-8"}), 0);
+	EXPECT_EQ(err, "cpctl: logout is unknown, which no command of the control device tells: the module's status "
+		       "does not speak of wlan-3-8\n");
 }
 
-TEST_F(CpctlInterface, ShowSaysWhyTheModuleCouldNotAnswer)
+TEST_F(CpctlInterface, ShowAsksTheDeviceForTheCompanions)
+{
+	answer_garden(0, 0);
+	device.on(GATEKEEPER_IOCTL_GET, [](auto record, size_t call) {
+		if (call == 2 || call == 6) {
+			put_text(record, 12, "wlan-2-3");
+		}
+		return 0;
+	});
+	answer_status(0, 1);
+	EXPECT_EQ(run({"interface", "show", "wlan-2-3"}), 0);
+	EXPECT_TRUE(out.ends_with(" owe wlan-1-16 wlan-3-14\n")) << out;
+}
+
+TEST_F(CpctlInterface, ShowSaysWhatNeitherTells)
 {
 	answer_status_with_block_size();
 	answer_garden(0, 0);
@@ -272,14 +317,13 @@ TEST_F(CpctlInterface, ShowSaysWhyTheModuleCouldNotAnswer)
 	EXPECT_EQ(run({"interface", "show", "wlan-3-8"}), 0);
 	EXPECT_EQ(out,
 		  "wlan-3-8: mode unknown block-https unknown garden off rules 0 disconnection drop-all disconnected "
-		  "mark 5247 ap unknown\n");
-	EXPECT_EQ(err, "cpctl: mode, block-https and ap are unknown: the question for them, command 2 of the control "
-		       "device, has "
-		       "the number of the kernel's own FIGETBSZ, and this kernel's file layer answered it in the "
-		       "module's place\n");
+		  "mark 5247 ap unknown logout unknown owe none\n");
+	EXPECT_EQ(err, "cpctl: mode, block-https, ap and logout are unknown: status: permission denied; and the "
+		       "question for the first three, command 2 of the control device, has the number of the kernel's "
+		       "own FIGETBSZ, and this kernel's file layer answered it in the module's place\n");
 }
 
-TEST_F(CpctlInterface, ShowOfAllSaysItOnce)
+TEST_F(CpctlInterface, ShowOfAllSaysOnceWhatNeitherTells)
 {
 	answer_status_with_block_size();
 	answer_garden(0, 0);

@@ -155,23 +155,34 @@ TEST_F(CpctlJson, ClientCheckOfAListThatIsTooLong)
 TEST_F(CpctlJson, InterfaceShow)
 {
 	(void)answer({"interface", "set", "wlan-1-2", "mode", "drop-tcp", "block-https", "9", "garden", "on",
-		      "disconnection", "pass-dhcp", "disconnected"});
+		      "disconnection", "pass-dhcp", "disconnected", "logout", "192.0.2.1"});
 	(void)answer({"garden", "add", "wlan-1-2", "a.example"});
-	EXPECT_EQ(
-		json("interface_show", {"interface", "show", "wlan-1-2"}),
+	(void)answer({"interface", "owe", "map", "wlan-1-15", "wlan-1-2"});
+	(void)answer({"interface", "owe", "map", "wlan-3-14", "wlan-1-2"});
+	const std::string shown =
 		R"({"interfaces":[{"index":1,"name":"wlan-1-2","mark":5201,"mode":"drop-tcp","block_https":"9",)"
 		R"("garden":true,"rules":1,"disconnection_behavior":"pass-dhcp","disconnection_status":"disconnected",)"
-		R"("ap_address":"0.0.0.0"}]})");
+		R"("ap_address":"0.0.0.0","logout":"192.0.2.1","owe":["wlan-1-15","wlan-3-14"]}]})";
+	EXPECT_EQ(json("interface_show", {"interface", "show", "wlan-1-2"}), shown);
+	EXPECT_EQ(err, "");
+	file_layer_answers = true;
+	EXPECT_EQ(json("interface_show", {"interface", "show", "wlan-1-2"}), shown);
 	EXPECT_EQ(nlohmann::json::parse(json("interface_show", {"interface", "show"}))["interfaces"].size(), 24U);
 }
 
-TEST_F(CpctlJson, InterfaceShowWhereTheFileLayerAnswers)
+TEST_F(CpctlJson, InterfaceShowWhereTheStatusFileCannotBeRead)
 {
+	status_files_are_readable = false;
+	EXPECT_EQ(json("interface_show", {"interface", "show", "wlan-3-8"}),
+		  R"({"interfaces":[{"index":23,"name":"wlan-3-8","mark":5247,"mode":"off","block_https":"block",)"
+		  R"("garden":false,"rules":0,"disconnection_behavior":"drop-all","disconnection_status":"connected",)"
+		  R"("ap_address":"0.0.0.0","logout":null,"owe":[]}]})");
+	EXPECT_NE(err.find("logout is unknown"), std::string::npos);
 	file_layer_answers = true;
 	EXPECT_EQ(json("interface_show", {"interface", "show", "wlan-3-8"}),
 		  R"({"interfaces":[{"index":23,"name":"wlan-3-8","mark":5247,"mode":null,"block_https":null,)"
 		  R"("garden":false,"rules":0,"disconnection_behavior":"drop-all","disconnection_status":"connected",)"
-		  R"("ap_address":null}]})");
+		  R"("ap_address":null,"logout":null,"owe":[]}]})");
 	EXPECT_NE(err.find("FIGETBSZ"), std::string::npos);
 }
 

@@ -173,30 +173,60 @@ TEST_F(CpctlWithTheCore, ShownListsThatAreNotLongNeedNoStatusFile)
 
 TEST_F(CpctlWithTheCore, InterfaceSettingsComeBack)
 {
+	// As on every kernel in use.
+	file_layer_answers = true;
 	EXPECT_EQ(
 		answer({"interface", "show", "wlan-1-1"}),
 		"wlan-1-1: mode off block-https block garden off rules 0 disconnection drop-all connected mark 5200 ap "
-		"0.0.0.0\n");
+		"0.0.0.0 logout none owe none\n");
 	(void)answer({"interface", "set", "wlan-1-1", "mode", "internet-passes", "block-https", "redirect", "garden",
-		      "on", "disconnection", "pass-dhcp", "disconnected"});
-	EXPECT_EQ(answer({"interface", "show", "wlan-1-1"}),
-		  "wlan-1-1: mode internet-passes block-https redirect garden on rules 0 disconnection pass-dhcp "
-		  "disconnected mark 5200 ap 0.0.0.0\n");
+		      "on", "disconnection", "pass-dhcp", "disconnected", "cp-walled-garden", "7"});
+	(void)answer({"interface", "owe", "map", "wlan-3-16", "wlan-1-1"});
+	(void)answer({"interface", "owe", "map", "wlan-1-14", "wlan-1-1"});
+	(void)answer({"interface", "owe", "map", "wlan-1-15", "wlan-1-2"});
+	const std::string shown =
+		"wlan-1-1: mode internet-passes block-https redirect garden on rules 0 disconnection pass-dhcp "
+		"disconnected mark 5200 ap 0.0.0.0 logout none owe wlan-1-14 wlan-3-16\n";
+	EXPECT_EQ(answer({"interface", "show", "wlan-1-1"}), shown);
+	EXPECT_TRUE(answer({"interface", "show"}).starts_with(shown));
+	EXPECT_EQ(captive_portal_table[0].cp_walled_garden, 7U);
 	(void)answer({"interface", "set", "wlan-1-2", "logout", "198.51.100.100"});
 	EXPECT_STREQ(captive_portal_table[1].logout_ip, "198.51.100.100");
+	EXPECT_TRUE(answer({"interface", "show", "wlan-1-2"}).ends_with(" logout 198.51.100.100 owe wlan-1-15\n"));
 	(void)answer({"interface", "set", "wlan-1-2", "logout", "none"});
 	EXPECT_STREQ(captive_portal_table[1].logout_ip, "");
 }
 
-TEST_F(CpctlWithTheCore, SettingsAreStoredWhereTheFileLayerAnswersForTheModule)
+TEST_F(CpctlWithTheCore, ShowOfInterfacesNeedsNoDeviceWhereTheStatusFileCanBeRead)
 {
-	file_layer_answers = true;
+	EXPECT_EQ(std::ranges::count(answer({"interface", "show"}), '\n'), 24);
+	EXPECT_EQ(openings, 0);
+	EXPECT_EQ(status_reads["status"], 1U);
+}
+
+TEST_F(CpctlWithTheCore, SettingsAreReadOnceEach)
+{
+	(void)answer({"interface", "set", "wlan-3-8", "mode", "on", "block-https", "pass", "logout", "192.0.2.1"});
+	EXPECT_EQ(status_reads["status"], 3U);
+	EXPECT_EQ(calls[CAPTIVE_PORTAL_IOCTL_GET], 0U);
+}
+
+TEST_F(CpctlWithTheCore, SettingsAreStoredWhereNothingTellsThem)
+{
+	status_files_are_readable = false;
 	(void)answer({"interface", "set", "wlan-3-8", "mode", "drop-tcp"});
-	EXPECT_EQ(captive_portal_table[23].cp_mode, 8U);
+	EXPECT_EQ(run({"interface", "show", "wlan-3-8"}), 0);
+	EXPECT_EQ(out,
+		  "wlan-3-8: mode drop-tcp block-https block garden off rules 0 disconnection drop-all connected mark "
+		  "5247 ap 0.0.0.0 logout unknown owe none\n");
+	file_layer_answers = true;
+	EXPECT_EQ(run({"interface", "set", "wlan-3-8", "mode", "on"}), 0);
+	EXPECT_EQ(captive_portal_table[23].cp_mode, 1U);
+	EXPECT_EQ(err, "cpctl: wlan-3-8: mode could not be verified: status: permission denied\n");
 	EXPECT_EQ(run({"interface", "show", "wlan-3-8"}), 0);
 	EXPECT_EQ(out,
 		  "wlan-3-8: mode unknown block-https unknown garden off rules 0 disconnection drop-all connected mark "
-		  "5247 ap unknown\n");
+		  "5247 ap unknown logout unknown owe none\n");
 	EXPECT_NE(err.find("FIGETBSZ"), std::string::npos);
 }
 

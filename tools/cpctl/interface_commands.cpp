@@ -28,11 +28,6 @@ const std::string_view interface_settings_help =
 namespace
 {
 
-constexpr std::string_view command_2_taken =
-	"mode, block-https and ap are unknown: the question for them, command 2 of the control device, has the number "
-	"of the "
-	"kernel's own FIGETBSZ, and this kernel's file layer answered it in the module's place";
-
 using Words = std::span<const std::string>;
 
 // A setting: the words that follow its name, and the function that checks them and gives the command.
@@ -156,53 +151,6 @@ const Setting &find_setting(const std::string &name)
 			    "cp-walled-garden or disconnection");
 }
 
-// What the device tells of an interface; no status where the kernel's file layer answered the question for it.
-struct InterfaceAnswer {
-	Interface interface;
-	std::optional<cp_status> status;
-	Garden garden;
-	Disconnection disconnection;
-};
-
-InterfaceAnswer ask(const Session &session, uint32_t row)
-{
-	const Interface interface = interface_of_row(row);
-	return {interface, session.portal.status(row), session.portal.garden(row),
-		session.portal.disconnection(interface.name)};
-}
-
-void print(const Session &session, const InterfaceAnswer &answer)
-{
-	const auto &[interface, status, garden, disconnection] = answer;
-	const auto shown = [&status = status](std::span<const NamedValue> names, uint32_t cp_status::*member) {
-		return status ? name_of(names, (*status).*member) : "unknown";
-	};
-	session.out << interface.name << ": mode " << shown(mode_names(), &cp_status::cp_mode) << " block-https "
-		    << shown(block_https_names(), &cp_status::block_https) << " garden " << (garden.on() ? "on" : "off")
-		    << " rules " << garden.rules.size() << " disconnection "
-		    << name_of(behavior_names(), disconnection.behavior) << ' '
-		    << name_of(status_names(), disconnection.status) << " mark " << cp_interface_mark(interface.row)
-		    << " ap " << (status ? format_ipv4({status->ap_addr}) : "unknown") << '\n';
-}
-
-// Keys as in the answer of status; null for what is unknown.
-Json json_of(const InterfaceAnswer &answer)
-{
-	const auto &[interface, status, garden, disconnection] = answer;
-	return {
-		{"index", interface.row},
-		{"name", interface.name},
-		{"mark", cp_interface_mark(interface.row)},
-		{"mode", status ? Json(name_of(mode_names(), status->cp_mode)) : Json()},
-		{"block_https", status ? Json(name_of(block_https_names(), status->block_https)) : Json()},
-		{"garden", garden.on()},
-		{"rules", garden.rules.size()},
-		{"disconnection_behavior", name_of(behavior_names(), disconnection.behavior)},
-		{"disconnection_status", name_of(status_names(), disconnection.status)},
-		{"ap_address", status ? Json(format_ipv4({status->ap_addr})) : Json()},
-	};
-}
-
 } // namespace
 
 Action set_interface(const std::string &name, const std::vector<std::string> &settings)
@@ -222,32 +170,6 @@ Action set_interface(const std::string &name, const std::vector<std::string> &se
 	return [actions](const Session &session) {
 		for (const Action &action : actions) {
 			action(session);
-		}
-	};
-}
-
-Action show_interface(const std::string &name)
-{
-	const bool every_interface = name.empty();
-	const uint32_t first = every_interface ? 0 : parse_interface(name).row;
-	const uint32_t end = every_interface ? uint32_t{CP_WIRELESS_INTERFACES} : first + 1;
-	return [first, end](const Session &session) {
-		bool answered = true;
-		Json json = {{"interfaces", Json::array()}};
-		for (uint32_t row = first; row < end; row++) {
-			const InterfaceAnswer answer = ask(session, row);
-			answered = answered && answer.status.has_value();
-			if (session.json != JsonOutput::none) {
-				json["interfaces"].push_back(json_of(answer));
-			} else {
-				print(session, answer);
-			}
-		}
-		if (session.json != JsonOutput::none) {
-			print_json(session, json);
-		}
-		if (!answered) {
-			session.note(std::string(command_2_taken));
 		}
 	};
 }

@@ -19,7 +19,7 @@ extern const std::string_view interface_settings_help;
 // the first is sent.
 [[nodiscard]] Action set_interface(const std::string &interface, const std::vector<std::string> &settings);
 
-// One line for the interface, or for each when the name is empty.
+// One line for the interface, or for each when the name is empty. Needs no device where the status file can be read.
 [[nodiscard]] Action show_interface(const std::string &interface);
 
 [[nodiscard]] Action map_owe_interface(const std::string &owe_interface, const std::string &interface);
