@@ -280,6 +280,8 @@ int captiveportal_get_disconnection(struct captiveportal *portal, const char *in
 
 /* Frames on the OWE companion ("wlan-1-14" to "wlan-3-16") are judged as if they came on the interface. */
 int captiveportal_map_owe(struct captiveportal *portal, const char *owe_interface, const char *interface);
+/* Forgets what the companion is paired with, if anything. */
+int captiveportal_unmap_owe(struct captiveportal *portal, const char *owe_interface);
 /* The interface that the companion is paired with; an empty name when there is none. */
 int captiveportal_get_owe(struct captiveportal *portal, const char *owe_interface,
 			  char interface[CAPTIVEPORTAL_INTERFACE_SIZE]);

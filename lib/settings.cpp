@@ -97,6 +97,20 @@ std::string owe_mapping(const captiveportal &portal, std::string_view owe_interf
 	return std::string(text_of(ask(portal, GET_MAPPING_OWE_VAP, {}, owe_interface)->iface));
 }
 
+// No interface is an empty name, which the module stores as it stores any.
+int pair_owe(const captiveportal &portal, std::string_view owe_interface, std::string_view interface)
+{
+	gk_cmd record = {};
+	record.cmd = ADD_MAPPING_OWE_VAP;
+	store_text(record.iface, interface);
+	store_text(record.owe_iface, owe_interface);
+	exchange(portal, GATEKEEPER_IOCTL_SET, record);
+	if (portal.read_back && owe_mapping(portal, owe_interface) != interface) {
+		throw not_stored(std::string(owe_interface) + ": its interface");
+	}
+	return CAPTIVEPORTAL_OK;
+}
+
 } // namespace
 
 } // namespace libcaptiveportal
@@ -176,15 +190,16 @@ int captiveportal_map_owe(captiveportal *portal, const char *owe_interface, cons
 		const captiveportal &handle = given(portal, "handle");
 		(void)row_of_owe_interface(word_of(owe_interface));
 		(void)row_of_interface(word_of(interface));
-		gk_cmd record = {};
-		record.cmd = ADD_MAPPING_OWE_VAP;
-		store_text(record.iface, word_of(interface));
-		store_text(record.owe_iface, word_of(owe_interface));
-		exchange(handle, GATEKEEPER_IOCTL_SET, record);
-		if (handle.read_back && owe_mapping(handle, owe_interface) != interface) {
-			throw not_stored(std::string(owe_interface) + ": its interface");
-		}
-		return CAPTIVEPORTAL_OK;
+		return pair_owe(handle, word_of(owe_interface), word_of(interface));
+	});
+}
+
+int captiveportal_unmap_owe(captiveportal *portal, const char *owe_interface)
+{
+	return guarded([&] {
+		const captiveportal &handle = given(portal, "handle");
+		(void)row_of_owe_interface(word_of(owe_interface));
+		return pair_owe(handle, word_of(owe_interface), {});
 	});
 }
 

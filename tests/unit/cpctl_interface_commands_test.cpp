@@ -353,6 +353,35 @@ TEST_F(CpctlInterface, OweMapSaysWhenThePairIsNotThere)
 	expect_usage_failure({"interface", "owe", "map", "wlan-1-14", "wlan-1-9"}, "no wireless interface");
 }
 
+TEST_F(CpctlInterface, OweUnmapPairsWithNothing)
+{
+	EXPECT_EQ(run({"interface", "owe", "unmap", "wlan-1-14"}), 0) << err;
+	EXPECT_EQ(device.commands(), (std::vector{8, 9}));
+	EXPECT_EQ(device.calls.at(0).hex(), joined("0c000000", zeros(8), no_name, wlan_1_14, zeros(8)));
+	EXPECT_EQ(device.calls.at(1).hex().substr(0, 96), joined("0e000000", zeros(8), no_name, wlan_1_14, "ffffffff"));
+	expect_usage_failure({"interface", "owe", "unmap", "wlan-1-1"}, "no OWE interface");
+}
+
+TEST_F(CpctlInterface, OweUnmapSaysWhenThePairIsStillThere)
+{
+	device.on(GATEKEEPER_IOCTL_GET, [](auto record, size_t) {
+		put_text(record, 12, "wlan-1-1");
+		return 0;
+	});
+	EXPECT_EQ(run({"interface", "owe", "unmap", "wlan-1-14"}), 2);
+	EXPECT_EQ(err, "cpctl: wlan-1-14 is still paired with 'wlan-1-1' though the module took the command: see the "
+		       "kernel log (dmesg)\n");
+}
+
+TEST_F(CpctlInterface, OweUnmapSaysWhyTheModuleRefused)
+{
+	device.on(GATEKEEPER_IOCTL_SET, [](auto, size_t) { return -ENOMEM; });
+	EXPECT_EQ(run({"interface", "owe", "unmap", "wlan-1-14"}), 2);
+	EXPECT_EQ(err, "cpctl: command 8 of the control device: the kernel has no memory for it now; nothing was "
+		       "changed\n");
+	EXPECT_EQ(device.commands(), (std::vector{8}));
+}
+
 TEST_F(CpctlInterface, OweShowListsThePairs)
 {
 	device.on(GATEKEEPER_IOCTL_GET, [](auto record, size_t call) {

@@ -224,6 +224,7 @@ TEST(LibraryErrors, NullIsNoArgument)
 	EXPECT_EQ(captiveportal_flush_clients(none, CAPTIVEPORTAL_LOGIN, "wlan-1-1"), CAPTIVEPORTAL_INVALID);
 	EXPECT_EQ(captiveportal_flush_interface(none, "all"), CAPTIVEPORTAL_INVALID);
 	EXPECT_EQ(captiveportal_set_mode(none, "wlan-1-1", 1), CAPTIVEPORTAL_INVALID);
+	EXPECT_EQ(captiveportal_unmap_owe(none, "wlan-1-14"), CAPTIVEPORTAL_INVALID);
 	EXPECT_EQ(captiveportal_set_gateway(none, 0), CAPTIVEPORTAL_INVALID);
 	EXPECT_EQ(captiveportal_replace_garden(none, "wlan-1-1", nullptr), CAPTIVEPORTAL_INVALID);
 	captiveportal_close(none);

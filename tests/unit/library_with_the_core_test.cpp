@@ -182,6 +182,9 @@ TEST_F(LibraryWithTheCore, TheModuleSeesNoWrongClient)
 	EXPECT_EQ(captiveportal_set_debug_level(portal, 4), CAPTIVEPORTAL_INVALID);
 	EXPECT_EQ(captiveportal_map_owe(portal, "wlan-1-1", "wlan-1-1"), CAPTIVEPORTAL_INVALID);
 	EXPECT_EQ(captiveportal_map_owe(portal, "wlan-1-14", "wlan-1-14"), CAPTIVEPORTAL_INVALID);
+	EXPECT_EQ(captiveportal_map_owe(portal, "wlan-1-14", nullptr), CAPTIVEPORTAL_INVALID);
+	EXPECT_EQ(captiveportal_unmap_owe(portal, "wlan-1-1"), CAPTIVEPORTAL_INVALID);
+	EXPECT_EQ(captiveportal_unmap_owe(portal, nullptr), CAPTIVEPORTAL_INVALID);
 }
 
 TEST_F(LibraryWithTheCore, DeletionTakesDuplicates)
@@ -305,6 +308,13 @@ TEST_F(LibraryWithTheCore, DisconnectionOweAndGatewayComeBack)
 	EXPECT_EQ(captiveportal_map_owe(portal, "wlan-1-14", "wlan-3-8"), CAPTIVEPORTAL_OK);
 	EXPECT_EQ(captiveportal_get_owe(portal, "wlan-1-14", interface), CAPTIVEPORTAL_OK);
 	EXPECT_STREQ(interface, "wlan-3-8");
+	EXPECT_EQ(captiveportal_map_owe(portal, "wlan-1-15", "wlan-1-1"), CAPTIVEPORTAL_OK);
+	EXPECT_EQ(captiveportal_unmap_owe(portal, "wlan-1-15"), CAPTIVEPORTAL_OK);
+	EXPECT_EQ(captiveportal_get_owe(portal, "wlan-1-15", interface), CAPTIVEPORTAL_OK);
+	EXPECT_STREQ(interface, "");
+	EXPECT_EQ(captiveportal_unmap_owe(portal, "wlan-1-15"), CAPTIVEPORTAL_OK);
+	EXPECT_EQ(captiveportal_get_owe(portal, "wlan-1-14", interface), CAPTIVEPORTAL_OK);
+	EXPECT_STREQ(interface, "wlan-3-8");
 	EXPECT_EQ(captiveportal_flush_owe(portal), CAPTIVEPORTAL_OK);
 	EXPECT_EQ(captiveportal_get_owe(portal, "wlan-1-14", interface), CAPTIVEPORTAL_OK);
 	EXPECT_STREQ(interface, "");
@@ -392,6 +402,10 @@ TEST_F(LibraryWithTheCore, StoresThatLeaveNothingAreRefused)
 	EXPECT_EQ(captiveportal_set_gateway(portal, 1), CAPTIVEPORTAL_REFUSED);
 	EXPECT_EQ(captiveportal_set_disconnection(portal, "wlan-1-1", 1, 2), CAPTIVEPORTAL_REFUSED);
 	EXPECT_EQ(captiveportal_map_owe(portal, "wlan-1-14", "wlan-1-1"), CAPTIVEPORTAL_REFUSED);
+	EXPECT_EQ(captiveportal_unmap_owe(portal, "wlan-1-15"), CAPTIVEPORTAL_REFUSED);
+	EXPECT_STREQ(captiveportal_error_text(),
+		     "wlan-1-15: its interface is not what was set though the module took the command: see the kernel "
+		     "log (dmesg)");
 	EXPECT_EQ(captiveportal_flush_owe(portal), CAPTIVEPORTAL_REFUSED);
 	EXPECT_EQ(captiveportal_replace_garden(portal, "wlan-1-1", &garden), CAPTIVEPORTAL_REFUSED);
 	EXPECT_STREQ(captiveportal_error_text(),
@@ -430,7 +444,8 @@ TEST_F(LibraryWithTheCore, AStoreIsOneRecordWithoutReadingBack)
 	EXPECT_EQ(captiveportal_set_gateway(portal, 1), CAPTIVEPORTAL_OK);
 	EXPECT_EQ(captiveportal_replace_garden(portal, "wlan-1-1", &garden), CAPTIVEPORTAL_OK);
 	EXPECT_EQ(captiveportal_set_debug_level(portal, 2), CAPTIVEPORTAL_OK);
-	EXPECT_EQ(commands, (std::vector<uint32_t>{8, 8, 8, 1, 6, 3, 11}));
+	EXPECT_EQ(captiveportal_unmap_owe(portal, "wlan-1-14"), CAPTIVEPORTAL_OK);
+	EXPECT_EQ(commands, (std::vector<uint32_t>{8, 8, 8, 1, 6, 3, 11, 8}));
 }
 
 TEST_F(LibraryWithTheCore, SaysWhenTheModuleHasNoMemory)

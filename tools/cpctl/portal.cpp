@@ -203,18 +203,9 @@ void Portal::map_owe(std::string_view owe_interface, std::string_view interface)
 				    library_text(interface).c_str()));
 }
 
-// The module stores an interface without a name: the companion is then paired with none. The library maps to real ones
-// only.
 void Portal::unmap_owe(std::string_view owe_interface)
 {
-	gk_cmd record = {};
-	record.cmd = ADD_MAPPING_OWE_VAP;
-	store_name(record.owe_iface, owe_interface);
-	const long result = captiveportal_exchange(library_.get(), GATEKEEPER_IOCTL_SET, &record, sizeof(record));
-	judge(CAPTIVEPORTAL_OK);
-	if (result != 0) {
-		throw refusal(std::string(owe_interface) + ": the module refused to forget what it is paired with");
-	}
+	judge(captiveportal_unmap_owe(library_.get(), library_text(owe_interface).c_str()));
 }
 
 void Portal::set_disconnection(std::string_view interface, Disconnection disconnection)
