@@ -113,7 +113,8 @@ std::string read_status_file(const captiveportal *portal, const std::string &nam
 {
 	// A name, and no way out of the directory.
 	if (name.empty() || name.find('/') != std::string::npos || name.front() == '.') {
-		throw invalid(quoted(name) + " is no status file: choose status, clients, garden or counters");
+		throw invalid(quoted(name) + " is no status file: choose status, clients, garden, counters or "
+					     "cache");
 	}
 	const std::string path = std::string(status_directory) + name;
 	if (portal == nullptr || portal->transport.read_status == nullptr) {

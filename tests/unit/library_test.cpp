@@ -280,6 +280,8 @@ TEST(LibraryStatus, ReadsNoOtherFiles)
 	for (const char *name : {"", "../version", ".", "/proc/version"}) {
 		EXPECT_EQ(captiveportal_read_status(nullptr, name, &text, &length), CAPTIVEPORTAL_INVALID) << name;
 	}
+	EXPECT_EQ(captiveportal_error_text(),
+		  "'/proc/version' is no status file: choose status, clients, garden, counters or cache"s);
 	EXPECT_EQ(captiveportal_read_status(nullptr, "nothing-of-the-kind", &text, &length), CAPTIVEPORTAL_UNAVAILABLE);
 	EXPECT_EQ(text, nullptr);
 }
