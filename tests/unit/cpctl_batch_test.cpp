@@ -50,7 +50,9 @@ TEST_F(CpctlBatch, TakesAFileToo)
 	EXPECT_EQ(answer({"--batch", file}), "gateway 192.0.2.254\n");
 	EXPECT_EQ(answer({"-b" + file}), "gateway 192.0.2.254\n");
 	EXPECT_EQ(run({"-b", file + ".not"}), 3);
-	EXPECT_EQ(err, "cpctl: " + file + ".not cannot be read: No such file or directory\n");
+	EXPECT_EQ(err, "cpctl: " + file +
+			       ".not cannot be read: No such file or directory: name a file of commands "
+			       "that you may read, or - for standard input\n");
 	EXPECT_EQ(answer({"-b", file_with("# nothing\n\n")}), "");
 }
 

@@ -232,7 +232,8 @@ TEST_F(CpctlConfiguration, AFileThatIsNoWholeConfigurationIsRefused)
 	EXPECT_EQ(restore(everything.substr(0, everything.size() - 2)), 1);
 	EXPECT_EQ(restore(everything + "debug 2\n"), 1);
 	EXPECT_EQ(run({"restore", "/nonexistent/file"}), 3);
-	EXPECT_EQ(err, "cpctl: /nonexistent/file cannot be read: No such file or directory\n");
+	EXPECT_EQ(err, "cpctl: /nonexistent/file cannot be read: No such file or directory: name a file of commands "
+		       "that you may read, or - for standard input\n");
 	EXPECT_EQ(run({"restore"}), 1);
 	EXPECT_EQ(openings, 0);
 	EXPECT_EQ(text_of_status(), before);

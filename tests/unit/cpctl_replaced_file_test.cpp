@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,17 +49,21 @@ protected:
 	{
 		return std::distance(std::filesystem::directory_iterator(directory), {});
 	}
-	[[nodiscard]] ExitCode failure(const std::string &name) const
+	ExitCode failure(const std::string &name)
 	{
+		message.clear();
 		try {
 			replace_file(path(name), "# mine\nnew\n", "# mine");
 		} catch (const Failure &failure) {
+			message = failure.what();
 			return failure.code();
 		}
 		return ExitCode::done;
 	}
 
 	std::string directory;
+	// Of the last failure().
+	std::string message;
 };
 
 TEST_F(CpctlReplacedFile, MakesAFileForItsOwnerAlone)
@@ -87,8 +93,35 @@ TEST_F(CpctlReplacedFile, LeavesOtherFilesAlone)
 	EXPECT_EQ(text("a"), "precious\n");
 	std::filesystem::create_directory(path("d"));
 	EXPECT_EQ(failure("d"), ExitCode::usage);
-	EXPECT_EQ(failure("nowhere/a"), ExitCode::unavailable);
 	EXPECT_EQ(files(), 2);
+}
+
+TEST_F(CpctlReplacedFile, SaysWhyThereIsNoPlaceForIt)
+{
+	EXPECT_EQ(failure("nowhere/a"), ExitCode::unavailable);
+	EXPECT_EQ(message, path("nowhere/a") + " could not be written: No such file or directory: choose a directory "
+					       "that is there, has room, and lets you write");
+	EXPECT_EQ(files(), 0);
+}
+
+// A limit of the process, where a full disk would be.
+TEST_F(CpctlReplacedFile, AFileThatFindsNoRoomLeavesTheOldOne)
+{
+	write("a", "# mine\nold\n");
+	struct rlimit before = {};
+	ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+	const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+	// The first four bytes go out.
+	const struct rlimit little = {.rlim_cur = 4, .rlim_max = before.rlim_max};
+	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &little), 0);
+	const ExitCode code = failure("a");
+	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+	std::signal(SIGXFSZ, handler);
+	EXPECT_EQ(code, ExitCode::unavailable);
+	EXPECT_EQ(message, path("a") + " could not be written: File too large: choose a directory that is there, has "
+				       "room, and lets you write");
+	EXPECT_EQ(text("a"), "# mine\nold\n");
+	EXPECT_EQ(files(), 1);
 }
 
 TEST_F(CpctlReplacedFile, FollowsALink)

@@ -166,7 +166,8 @@ std::string read_text(const Session &session, const std::string &file)
 		return {std::istreambuf_iterator<char>(in), {}};
 	} catch (const std::ios_base::failure &) {
 		throw Failure(ExitCode::unavailable,
-			      file + " cannot be read: " + std::strerror(errno != 0 ? errno : EIO));
+			      file + " cannot be read: " + std::strerror(errno != 0 ? errno : EIO) +
+				      ": name a file of commands that you may read, or - for standard input");
 	}
 }
 

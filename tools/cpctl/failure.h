@@ -15,7 +15,7 @@ enum class ExitCode {
 	usage = 1,
 	// The module refused, or what was asked for is not there after (or, for a question, at) the call.
 	refused = 2,
-	// No module, no permission, or somebody else kept the device open.
+	// No module, no permission, somebody else kept the device open, or a file cannot be read or written.
 	unavailable = 3,
 };
 

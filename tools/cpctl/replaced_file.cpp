@@ -21,7 +21,8 @@ namespace
 
 [[nodiscard]] Failure not_written(const std::string &path)
 {
-	return {ExitCode::unavailable, path + " could not be written: " + std::strerror(errno)};
+	return {ExitCode::unavailable, path + " could not be written: " + std::strerror(errno) +
+					       ": choose a directory that is there, has room, and lets you write"};
 }
 
 class Descriptor
@@ -37,15 +38,15 @@ private:
 	int number_;
 };
 
-// Removes the file unless it has got its place.
+// Beside its place; removed unless it has got there.
 class TemporaryFile
 {
 public:
-	explicit TemporaryFile(const std::string &beside)
-	    : path_(beside + ".XXXXXX"), file_(::mkostemp(path_.data(), O_CLOEXEC))
+	explicit TemporaryFile(const std::string &place)
+	    : place_(place), path_(place + ".XXXXXX"), file_(::mkostemp(path_.data(), O_CLOEXEC))
 	{
 		if (file_.number() < 0) {
-			throw not_written(beside);
+			throw not_written(place_);
 		}
 	}
 	TemporaryFile(const TemporaryFile &) = delete;
@@ -62,12 +63,12 @@ public:
 		while (!text.empty()) {
 			const ssize_t written = ::write(file_.number(), text.data(), text.size());
 			if (written < 0 && errno != EINTR) {
-				throw not_written(path_);
+				throw not_written(place_);
 			}
 			text.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
 		}
 		if (::fsync(file_.number()) != 0) {
-			throw not_written(path_);
+			throw not_written(place_);
 		}
 	}
 
@@ -75,19 +76,20 @@ public:
 	{
 		if (::fchown(file_.number(), old.st_uid, old.st_gid) != 0 ||
 		    ::fchmod(file_.number(), old.st_mode & 07777) != 0) {
-			throw not_written(path_);
+			throw not_written(place_);
 		}
 	}
 
-	void place(const std::string &path)
+	void take_place()
 	{
-		if (::rename(path_.c_str(), path.c_str()) != 0) {
-			throw not_written(path);
+		if (::rename(path_.c_str(), place_.c_str()) != 0) {
+			throw not_written(place_);
 		}
 		placed_ = true;
 	}
 
 private:
+	std::string place_;
 	std::string path_;
 	Descriptor file_;
 	bool placed_ = false;
@@ -127,7 +129,7 @@ void replace_file(const std::string &path, std::string_view text, std::string_vi
 		file.take_owner_and_mode(old);
 	}
 	file.write(text);
-	file.place(place);
+	file.take_place();
 	const std::string directory = std::filesystem::path(place).parent_path().string();
 	const Descriptor opened(
 		::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -63,7 +63,8 @@ std::vector<FrameBytes> read_pcap_file(const std::string &path)
 	std::ifstream stream(path, std::ios::binary);
 	const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
 	if (!stream) {
-		throw usage_failure(path + " cannot be read: " + std::strerror(errno));
+		throw usage_failure(path + " cannot be read: " + std::strerror(errno) +
+				    ": name a capture of tcpdump -w that you may read");
 	}
 	std::span<const char> rest = bytes;
 	const ByteOrder order = byte_order(rest, path);
