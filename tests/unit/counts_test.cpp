@@ -439,22 +439,6 @@ TEST_F(Counters, AreDoneWithoutWhereThereIsNoMemory)
 	EXPECT_EQ(machine.unload(), 0);
 }
 
-TEST(Reasons, HaveNamesOfTheirOwnThatNeedNoEscape)
-{
-	std::set<std::string> names;
-#define NAME_OF(enumerator, name, sentence) names.insert(name);
-	CP_REASONS(NAME_OF)
-#undef NAME_OF
-	EXPECT_EQ(names.size(), size_t{CP_REASON_COUNT});
-	for (const std::string &name : names) {
-		EXPECT_EQ(name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-"), std::string::npos) << name;
-	}
-	// The table grows at its end only.
-	EXPECT_EQ(CP_REASON_PASS_DISCONNECTED, 0);
-	EXPECT_EQ(CP_REASON_DROP_NOT_IPV4, 17);
-	EXPECT_EQ(CP_REASON_ADDRESS_EXPIRED, 43);
-}
-
 } // namespace
 
 } // namespace captive_portal::test
