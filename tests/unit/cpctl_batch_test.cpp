@@ -91,7 +91,8 @@ TEST_F(CpctlBatch, TellsTwentyMistakesAndHowManyMore)
 
 TEST_F(CpctlBatch, GoesAloneOnTheCommandLine)
 {
-	EXPECT_EQ(run({"-b", "x", "gateway", "show"}), 1);
+	EXPECT_EQ(run({"-b", file_with("gateway set 192.0.2.1\n"), "gateway", "show"}), 1);
+	EXPECT_EQ(err, "cpctl: --batch takes its commands from the file alone: leave the others out\n");
 	EXPECT_EQ(run({"--force", "gateway", "show"}), 1);
 	EXPECT_EQ(err, "cpctl: --force is for --batch and upgrade\n");
 	EXPECT_EQ(run({"-j", "-b", "x"}), 1);

@@ -386,7 +386,8 @@ TEST_F(CpctlClient, ArgumentsAreCheckedBeforeTheDeviceIsOpened)
 	expect_usage_failure({"client", "add", "mirel-black", "02:00:5e:10:00:01", "wlan-1-1"}, "for all interfaces");
 	expect_usage_failure({"client", "show", "mirel-black", "wlan-1-1"}, "for all interfaces");
 	expect_usage_failure({"client", "flush", "white"}, "kept for each interface");
-	expect_usage_failure({"client", "flush", "portal"}, "name the interface");
+	expect_usage_failure({"client", "flush", "portal"},
+			     "name the interface whose tables are to be emptied, or 'all'");
 	expect_usage_failure({"client", "flush", "portal", "ALL"}, "no wireless interface");
 	expect_usage_failure({"client", "flush", "mirel-black", "all"}, "for all interfaces");
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -79,6 +80,9 @@ protected:
 		};
 		const auto read_status_file = [this](const std::string &name) {
 			++status_reads[name];
+			if (before_status_file) {
+				before_status_file(name);
+			}
 			if (!status_files_are_readable) {
 				throw cpctl::Failure(cpctl::ExitCode::unavailable, name + ": permission denied");
 			}
@@ -123,6 +127,8 @@ protected:
 
 	bool file_layer_answers = false;
 	bool status_files_are_readable = true;
+	// What happens meanwhile.
+	std::function<void(const std::string &name)> before_status_file;
 	std::string standard_input;
 	cpctl::Surroundings surroundings;
 	cpctl::Explaining explaining;

@@ -246,6 +246,8 @@ TEST_F(CpctlInterface, SetChecksAllSettingsBeforeTheFirstIsSent)
 	expect_usage_failure({"interface", "set", "wlan-1-1", "logout", "0.0.0.0"}, "no logout address");
 	expect_usage_failure({"interface", "set", "wlan-1-1", "disconnection", "pass", "connected"}, "behaviour");
 	expect_usage_failure({"interface", "set", "wlan-1-1", "disconnection", "pass-all", "away"}, "status");
+	expect_usage_failure({"interface", "set", "mirel", "disconnection", "pass-all", "connected"},
+			     "mirel has no disconnection behaviour: only interfaces have one");
 }
 
 // Of a row with settings, and of one that has none.

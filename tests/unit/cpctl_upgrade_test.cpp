@@ -210,6 +210,35 @@ TEST_F(CpctlUpgrade, ChecksTheFilesFirst)
 	expect_untouched();
 	surroundings.modules = nullptr;
 	EXPECT_EQ(upgrade(), 3);
+	EXPECT_EQ(err, "cpctl: modules cannot be loaded here\n");
+}
+
+TEST_F(CpctlUpgrade, WaitsUntilTheConfigurationStaysAsItIs)
+{
+	uint32_t changes = 0;
+	before_status_file = [&](const std::string &name) {
+		if (name == "status" && changes < 3) {
+			send(GATEWAY_IOCTL_SET, ++changes);
+		}
+	};
+	EXPECT_EQ(upgrade(), 0) << err;
+	EXPECT_NE(text_of_file(kept).find("\ngateway set 3.0.0.0\n"), std::string::npos) << text_of_file(kept);
+	EXPECT_NE(answer({"save"}).find("\ngateway set 3.0.0.0\n"), std::string::npos) << out;
+}
+
+TEST_F(CpctlUpgrade, AConfigurationThatNeverStaysAsItIsIsNotUpgraded)
+{
+	uint32_t looks = 0;
+	before_status_file = [&](const std::string &name) {
+		if (name == "status") {
+			send(GATEWAY_IOCTL_SET, ++looks);
+		}
+	};
+	EXPECT_EQ(upgrade(), 2);
+	EXPECT_EQ(err,
+		  "cpctl: another program goes on changing the configuration: stop it first. Nothing was changed\n");
+	EXPECT_EQ(looks, 5U);
+	EXPECT_TRUE(modules.done.empty());
 }
 
 TEST_F(CpctlUpgrade, AsksModinfoForTheOldModule)
