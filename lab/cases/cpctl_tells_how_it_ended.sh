@@ -112,4 +112,23 @@ step "the device may not be opened"
 chmod 0600 /dev/CP_dev
 ends_with 3 "permission denied" setpriv --reuid 65534 --regid 65534 --clear-groups \
 	--inh-caps=-all --bounding-set=-all /payload/bin/cpctl gateway show
+
+step "the device may be opened, and the status files may not"
+chgrp 4000 /dev/CP_dev
+chmod 0660 /dev/CP_dev
+as_member() {
+	setpriv --reuid 65534 --regid 65534 --groups 4000 --inh-caps=-all --bounding-set=-all /payload/bin/cpctl "$@"
+}
+ends_with 0 "gateway 192.0.2.254" as_member gateway show
+ends_with 0 "" as_member client add login 02:00:5e:10:00:02 wlan-1-1
+ends_with 0 "" as_member client del login 02:00:5e:10:00:02 wlan-1-1
+ends_with 0 "" as_member garden replace wlan-1-2 on a.example
+echo "client add login 02:00:5e:10:00:02 wlan-1-1" >"$CASE_DIR/commands"
+chmod 0644 "$CASE_DIR/commands"
+for words in status metrics "explain dev wlan-1-1 from 02:00:5e:10:00:02 arp" "cache show" save \
+	"garden add wlan-1-2 b.example" "garden del wlan-1-2 a.example" "garden check" "garden show mirel" \
+	"-b $CASE_DIR/commands"; do
+	# shellcheck disable=SC2086 # words
+	ends_with 3 "permission denied" as_member $words
+done
 unload_module
