@@ -1,5 +1,5 @@
-# The tutorial, from its second step on: the commands of docs/tutorial.md, and
-# what it says comes of them.
+# The tutorial, from its second step to its eighth: the commands of
+# docs/tutorial.md, and what it says comes of them.
 #
 #    namespace client-1-1     the access point           namespace upstream
 #   +------------------+     +----------------+     +----------------------------+
