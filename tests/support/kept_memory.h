@@ -19,7 +19,8 @@ struct KeptKind {
 // As the file has them.
 [[nodiscard]] const std::vector<KeptKind> &kept_kinds();
 
-// Of a machine whose module has stopped: fails the running test when memory is still in use that is of no kept kind.
+// Of a machine whose module has stopped: fails the running test when memory is still in use that is of no kept kind, or more
+// or less of a kind than the lists hold.
 void expect_only_kept_memory(const host::Machine &machine);
 
 } // namespace captive_portal::test

@@ -6,6 +6,7 @@
 #include "base/debug_level.h"
 #include "portal/interface_table.h"
 #include "tests/support/host_test.h"
+#include "tests/support/kept_memory.h"
 
 namespace captive_portal::test
 {
@@ -85,6 +86,21 @@ TEST_F(KernelMemory, LosesWhatNothingPointsTo)
 	EXPECT_NONFATAL_FAILURE(expect_nothing_lost(machine), "lost: allocation number 1 of 123 bytes");
 	cp_free(memory);
 	EXPECT_TRUE(machine.lost_allocations().empty());
+}
+
+// A kept kind is known by its size; what has that size and is in no list is none.
+TEST_F(KernelMemory, OfAKeptKindIsOnlyWhatTheListsHold)
+{
+	expect_only_kept_memory(machine);
+	for (const KeptKind &kind : kept_kinds()) {
+		void *const memory = cp_zalloc_atomic(kind.bytes);
+		EXPECT_NONFATAL_FAILURE(expect_only_kept_memory(machine), "and in the lists as " + kind.name);
+		cp_free(memory);
+	}
+	void *const memory = cp_zalloc_atomic(123);
+	EXPECT_NONFATAL_FAILURE(expect_only_kept_memory(machine),
+				"left after the stop: allocation number 3 of 123 bytes");
+	cp_free(memory);
 }
 
 TEST_F(KernelMemory, GivesLargeMemoryOfAnySizeThatIsNotZeroed)
