@@ -2,6 +2,7 @@
 #include "tests/support/fault_sweep.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <utility>
 
@@ -35,6 +36,10 @@ struct PacketFaults {
 	Requests requests;
 };
 PacketFaults packet_faults;
+
+// Of all sweeps of this program.
+size_t swept_operations = 0;
+size_t swept_failures = 0;
 
 long pass(host::PacketBuffer &packet, const std::function<cp_verdict()> &through)
 {
@@ -285,6 +290,7 @@ void fail_each_request(const Operation &operation)
 	SCOPED_TRACE(operation.name);
 	const Outcome done = Play(operation).run({});
 	EXPECT_EQ(done.result, operation.result);
+	++swept_operations;
 	for (const auto &[service, name] : all_services) {
 		SCOPED_TRACE(name);
 		const std::vector<AfterFault> &rows = rows_of(operation, service);
@@ -292,8 +298,20 @@ void fail_each_request(const Operation &operation)
 		for (size_t i = 0; i < rows.size(); ++i) {
 			SCOPED_TRACE("number " + std::to_string(i + 1) + ": " + rows[i].what);
 			expect_row(operation, rows[i], {service, i + 1}, done);
+			++swept_failures;
 		}
 	}
+}
+
+void SweepTotals::TearDown()
+{
+	const ::testing::UnitTest &all = *::testing::UnitTest::GetInstance();
+	if (all.test_to_run_count() != all.total_test_count()) {
+		return;
+	}
+	std::printf("%zu failures of %zu operations\n", swept_failures, swept_operations);
+	EXPECT_EQ(swept_operations, operations_);
+	EXPECT_EQ(swept_failures, failures_);
 }
 
 long pass_in(Machine &machine, const host::Frame &frame, const std::string &in, std::optional<uint32_t> firewall_mark)

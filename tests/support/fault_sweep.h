@@ -4,6 +4,8 @@
 // for more than it has rows for, or for less, fails its test: so the rows are all there are.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -63,6 +65,19 @@ struct Operation {
 // without a failure, nothing is lost, and the stop leaves only what it deliberately keeps. The test must not have a
 // machine. Numbers of source lines in the log stand as [N].
 void fail_each_request(const Operation &operation);
+
+// All that a program's tests have swept. One test alone says nothing; a run of the whole program prints both numbers, and
+// fails when they are others.
+class SweepTotals : public ::testing::Environment
+{
+public:
+	SweepTotals(size_t operations, size_t failures) : operations_(operations), failures_(failures) {}
+	void TearDown() override;
+
+private:
+	size_t operations_;
+	size_t failures_;
+};
 
 // Sends the frame through the hooks, in from `in` or out to `out`; what is to fail of a packet's requests does.
 // `headers_only`: the bytes behind the headers lie elsewhere.

@@ -374,6 +374,9 @@ TEST(FaultsOfCommands, GatekeeperReplies)
 	}
 }
 
+[[maybe_unused]] const ::testing::Environment *const totals =
+	::testing::AddGlobalTestEnvironment(new SweepTotals(114, 291));
+
 } // namespace
 
 } // namespace captive_portal::test

@@ -182,6 +182,9 @@ TEST(FaultsOfTheModule, ProcWrite)
 					    .log = {error_line("summary_write [N]: iface() is wrong!\n")}}}});
 }
 
+[[maybe_unused]] const ::testing::Environment *const totals =
+	::testing::AddGlobalTestEnvironment(new SweepTotals(7, 10));
+
 } // namespace
 
 } // namespace captive_portal::test

@@ -312,6 +312,9 @@ TEST(FaultsOfPackets, DnsAnswerWithNamesThatAreDearToFollow)
 			   .allocations = rows});
 }
 
+[[maybe_unused]] const ::testing::Environment *const totals =
+	::testing::AddGlobalTestEnvironment(new SweepTotals(22, 41));
+
 } // namespace
 
 } // namespace captive_portal::test
