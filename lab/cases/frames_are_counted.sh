@@ -4,12 +4,6 @@
 #                                br0 -- uplink0 -- upstream
 #   client-1-2 eth0 -- wlan-1-2 /     (portal off on wlan-1-2)
 
-counted() {
-	local value
-	value=$(sed -n "s/^count interface=$1 reason=$2 value=//p" /proc/captive_portal/counters)
-	echo "${value:-0}"
-}
-
 # The counts but those of clients that nobody keeps from anything: machines send IPv6 of their own accord.
 counts_of_the_portal() { grep -v ' reason=no-portal ' /proc/captive_portal/counters || true; }
 

@@ -30,11 +30,7 @@ END
 }
 
 # How many of the client's connections the module has turned to the portal so far, each counted once.
-redirected() {
-	local count
-	count=$(sed -n 's/^count interface=wlan-1-1 reason=connection-recorded value=//p' /proc/captive_portal/counters)
-	echo "${count:-0}"
-}
+redirected() { counted wlan-1-1 connection-recorded; }
 
 portal_answers() {
 	local answer

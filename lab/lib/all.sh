@@ -21,6 +21,7 @@ export PYTHONPYCACHEPREFIX=/run/lab-python
 . "$LAB/lib/proc_file.sh"
 . "$LAB/lib/garden.sh"
 . "$LAB/lib/frames.sh"
+. "$LAB/lib/knobs.sh"
 . "$LAB/lib/life_cycle.sh"
 . "$LAB/lib/bridges.sh"
 

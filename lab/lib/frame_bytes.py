@@ -3,6 +3,7 @@
 A frame is written in words, first what it is, then how it was changed:
 
     tcp/ADDRESS/PORT  udp/ADDRESS/PORT  dns/ADDRESS  answer/NAME/ADDRESS  dhcp  icmp/ADDRESS  ip/PROTOCOL/ADDRESS
+    dear-answer/NAME/ADDRESS      the same behind records whose names all lead over the same hundred labels
     reply/PORT/CLIENT_PORT        a segment of the access point's own web service
     tcp-everywhere/ADDRESS/PORT   every 16-bit word behind the addresses reads as PORT
     ipv6[/PROTOCOL...]            extension headers and the last one, by number
@@ -106,6 +107,16 @@ def dns_answer(name, addresses, padding=0):
     return message
 
 
+def dear_answer(name, one):
+    labels, records = 100, 60
+    message = struct.pack("!HHHHHH", 7, 0x8180, 1, records + 2, 0, 0) + dns_name(name) + struct.pack("!HH", 1, 1)
+    message += struct.pack("!HHHIH", 0xC00C, 16, 1, 3600, 2 * labels + 1)
+    run = 0xC000 | len(message)
+    message += b"\1a" * labels + b"\0"
+    message += struct.pack("!HHHIH", run, 16, 1, 3600, 0) * records
+    return message + struct.pack("!HHHIH", run, 1, 1, 3600, 4) + address(one)
+
+
 def ipv6_chain(numbers):
     """Extension headers of eight bytes each, in the order of their numbers, the last of which is the payload's."""
     body = b"".join(bytes([following, 0, 1, 4, 0, 0, 0, 0]) for following in numbers[1:])
@@ -126,8 +137,9 @@ def good_frame(word):
         return ethernet(0x0800, ipv4(UDP, udp(CLIENT, of[0], CLIENT_PORT, int(of[1]), b"question"), of[0]))
     if kind == "dns":
         return ethernet(0x0800, ipv4(UDP, udp(CLIENT, of[0], CLIENT_PORT, 53, dns_question("www.example.net")), of[0]))
-    if kind == "answer":
-        datagram = udp("203.0.113.53", CLIENT, 53, CLIENT_PORT, dns_answer(of[0], of[1:]))
+    if kind in ("answer", "dear-answer"):
+        message = dns_answer(of[0], of[1:]) if kind == "answer" else dear_answer(*of)
+        datagram = udp("203.0.113.53", CLIENT, 53, CLIENT_PORT, message)
         return ethernet(0x0800, ipv4(UDP, datagram, CLIENT, "203.0.113.53"))
     if kind == "dhcp":
         message = struct.pack("!BBBBI", 1, 1, 6, 0, 7) + bytes(228) + bytes.fromhex("63825363350101ff")

@@ -7,6 +7,8 @@
 #   check_frames TABLE COLUMN ARGUMENT...   with the module: each frame's verdict; see lib/frame_table.py
 #   from_client CLIENT / from_tap PORT / from_access_point / from_upstream
 #                                  the arguments --from and --place, in $places
+#   send_frames PLACE FORM SOURCE_MAC FRAME CHANGE...   these frames and nothing else, from NAMESPACE/DEVICE; words and forms
+#                                  are those of a table
 #   pass_through ON_OR_OFF         the bridge's own netfilter, for all that it knows
 #
 # A table's recording is beside it: TABLE.recorded, or $recording.
@@ -52,6 +54,8 @@ check_frames() {
 	expect_success python3 -S "$LAB/lib/frame_table.py" check "$1" "${recording:-$1.recorded}" "${places[@]}" \
 		--column "$2" "${@:3}"
 }
+
+send_frames() { expect_success python3 -S "$LAB/lib/send_frames.py" "$@"; }
 
 pass_through() {
 	local state=1 what

@@ -44,7 +44,7 @@ fi
 
 knobs=$({
 	echo "$sections" | grep -x '__param' || :
-	nm "$module" | sed -n 's/.* //p' | grep -E 'test_knob|fail_atomic' || :
+	nm "$module" | sed -n 's/.* //p' | grep -E 'test_knob|__param' || :
 })
 if [ -n "$knobs" ]; then
 	echo "check-module: $module can be told to fail, which only a test build may be:" >&2

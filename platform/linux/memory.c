@@ -10,9 +10,11 @@
 #include "platform/linux/compat/large_memory.h"
 #include "platform/linux/test_knobs.h"
 
+TEST_KNOB(fail_atomic_allocation)
+
 void *cp_zalloc_atomic(size_t size)
 {
-	if (atomic_allocation_fails_on_order())
+	if (fail_atomic_allocation_ordered() == 0)
 		return NULL;
 	/* A flood of clients may use up the atomic reserves; each failure then must not print a stack trace as well. */
 	return kzalloc(size, GFP_ATOMIC | __GFP_NOWARN);

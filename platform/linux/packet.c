@@ -11,6 +11,11 @@
 #include <linux/string.h>
 #include <net/checksum.h>
 
+#include "platform/linux/test_knobs.h"
+
+TEST_KNOB(fail_pulls)
+TEST_KNOB(fail_writable)
+
 static struct sk_buff *buffer_of(struct cp_packet *packet)
 {
 	return (struct sk_buff *)packet;
@@ -33,7 +38,7 @@ void pull_headers(struct sk_buff *skb)
 	 * hands out a buffer that somebody else holds a reference to; should one come all the same, its data cannot be
 	 * moved, and trying to is a BUG().
 	 */
-	if (!skb_shared(skb))
+	if (!skb_shared(skb) && fail_pulls_ordered() < 0)
 		(void)pskb_may_pull(skb, min_t(unsigned int, available, CP_PACKET_HEADER_BYTES));
 }
 
@@ -58,8 +63,11 @@ int cp_packet_copy(const struct cp_packet *packet, uint32_t offset, void *to, ui
 int cp_packet_make_writable(struct cp_packet *packet, uint32_t bytes)
 {
 	struct sk_buff *skb = buffer_of(packet);
-	int error = skb_shared(skb) ? -EBUSY : skb_ensure_writable(skb, bytes);
+	int error;
 
+	if (fail_writable_ordered() == 0)
+		return -ENOMEM;
+	error = skb_shared(skb) ? -EBUSY : skb_ensure_writable(skb, bytes);
 	if (error)
 		return error;
 	/*
