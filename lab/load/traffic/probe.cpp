@@ -105,7 +105,7 @@ void Probe::ping_for_ever()
 	}
 }
 
-uint64_t Probe::finish(bool tells_times)
+Probe::Outcome Probe::finish(bool tells_times)
 {
 	shared.must_end = true;
 	int status;
@@ -118,16 +118,20 @@ uint64_t Probe::finish(bool tells_times)
 	print("under load", shared.loaded, tells_times);
 	if (shared.idle.count == 0 || shared.loaded.count == 0)
 		throw Trouble("the probe got no answers");
-	return shared.idle.unanswered + shared.loaded.unanswered;
+	return {uint64_t(shared.idle.unanswered) + shared.loaded.unanswered, shared.loaded.at(0.5)};
+}
+
+uint32_t Probe::Times::at(double part) const
+{
+	return count ? of[size_t(std::floor(part * (count - 1)))] : 0;
 }
 
 void Probe::print(const char *when, Times &times, bool tells_times)
 {
 	uint32_t count = times.count;
 	std::sort(times.of, times.of + count);
-	auto at = [&](double part) { return count ? times.of[size_t(std::floor(part * (count - 1)))] : 0; };
 	if (tells_times)
-		printf("    %-34s %10u %10u %10u %10u %10u\n", when, count, at(0.5), at(0.99), at(1),
+		printf("    %-34s %10u %10u %10u %10u %10u\n", when, count, times.at(0.5), times.at(0.99), times.at(1),
 		       unsigned(times.unanswered));
 	else
 		printf("    %-34s %10u %10s %10s %10s %10u\n", when, count, "-", "-", "-", unsigned(times.unanswered));

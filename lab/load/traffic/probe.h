@@ -18,8 +18,12 @@ public:
 
 	void begin_load() { shared.is_loaded = true; }
 	void pause(bool is_paused) { shared.is_paused = is_paused; }
-	// Ends the process, prints how many answers came and, if wanted, how long they took; how many never came.
-	uint64_t finish(bool tells_times);
+	struct Outcome {
+		uint64_t unanswered;
+		uint32_t median_under_load; // microseconds
+	};
+	// Ends the process, prints how many answers came and, if wanted, how long they took.
+	Outcome finish(bool tells_times);
 
 private:
 	static constexpr unsigned most = 100000;
@@ -27,6 +31,9 @@ private:
 		std::atomic<uint32_t> count, unanswered;
 		// Microseconds.
 		uint32_t of[most];
+
+		// Of answers in order: how long the one at this part of them took.
+		[[nodiscard]] uint32_t at(double part) const;
 	};
 	struct Shared {
 		std::atomic<bool> is_loaded, is_paused, must_end;
