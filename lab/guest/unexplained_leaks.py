@@ -1,8 +1,11 @@
 """Of a kmemleak report on standard input, prints the objects that nothing explains, and on standard error how many are
 kept on purpose, by their kinds.
 
-What the module deliberately never gives back is named in kept-memory.json, with a reason each. User Mode Linux reports no
-backtrace, so such an object is known by its size and by what is in it, which is an address of a station of the lab.
+usage: unexplained_leaks.py [KIND=MOST...]
+
+Of a kind that is named no more than so many are explained: those that the module's lists held when it was unloaded. What the
+module deliberately never gives back is named in kept-memory.json, with a reason each. User Mode Linux reports no backtrace,
+so such an object is known by its size and by what is in it, which is an address of a station of the lab.
 """
 
 import collections
@@ -26,8 +29,11 @@ def is_of(kind, size, content):
         content[int(offset):].startswith(bytes.fromhex(digits)) for offset, digits in kind["content"].items())
 
 
-def main():
+def main(*limits):
     kinds = known_kinds()
+    most = {name: int(number) for name, number in (limit.split("=") for limit in limits)}
+    if strange := most.keys() - {kind["name"] for kind in kinds}:
+        raise SystemExit(f"kept-memory.json knows no {strange}")
     kept = collections.Counter()
     for report in re.split(r"^(?=unreferenced object )", sys.stdin.read(), flags=re.M):
         if not report.strip():
@@ -37,11 +43,14 @@ def main():
         for kind in kinds:
             if is_of(kind, size, content):
                 kept[kind["name"]] += 1
+                if kept[kind["name"]] > most.get(kind["name"], kept[kind["name"]]):
+                    print(report, end="")
                 break
         else:
             print(report, end="")
     for name, count in sorted(kept.items()):
-        print(f"kept on purpose: {name}, {count} times", file=sys.stderr)
+        listed = f", of {most[name]} that may be" if name in most else ""
+        print(f"kept on purpose: {name}, {count} times{listed}", file=sys.stderr)
 
 
-main()
+main(*sys.argv[1:])

@@ -1,7 +1,7 @@
 # Expected verdict: pass
 # What the module keeps on purpose is known by its size and by what is in it: an
 # object of the same size with something else in it, or of another size with
-# the same in it, is a leak.
+# the same in it, is a leak; and so is what is more than the lists held.
 
 # object SIZE BYTES  one object of a report, its first bytes in hexadecimal.
 object() {
@@ -15,7 +15,7 @@ object() {
 	printf '  backtrace:\n'
 }
 
-unexplained() { python3 "$LAB/guest/unexplained_leaks.py" 2>/dev/null | grep -c '^unreferenced object' || true; }
+unexplained() { python3 "$LAB/guest/unexplained_leaks.py" "$@" 2>/dev/null | grep -c '^unreferenced object' || true; }
 
 expect_kept() { expect_equal "leaks in an object of $1 bytes, $2" 0 "$(object "$1" "$2" | unexplained)"; }
 expect_leak() { expect_equal "leaks in an object of $1 bytes, $2" 1 "$(object "$1" "$2" | unexplained)"; }
@@ -38,3 +38,15 @@ expect_equal "leaks among four" 2 "$({
 	object 64 "$connection"
 	object 16 00
 } | unexplained)"
+five() {
+	object 16 "${client}0000"
+	object 64 "$connection"
+	object 16 "${client}0000"
+	object 64 "$connection"
+	object 16 "${client}0000"
+}
+expect_equal "leaks among five of which all are in the lists" 0 "$(five | unexplained client=3 connection=2)"
+expect_equal "leaks among five of which four are in the lists" 1 "$(five | unexplained client=2 connection=2)"
+expect_equal "leaks among five of which none is in the lists" 5 "$(five | unexplained client=0 connection=0)"
+expect_equal "leaks among five of whose clients nothing is known" 2 "$(five | unexplained connection=0)"
+expect_failure python3 "$LAB/guest/unexplained_leaks.py" nobody=1 </dev/null
