@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Everything that the module does, at once and for as long as is wanted: frames of all kinds and answers of the name
-// service at the hooks, every command, readers and writers of the proc file, expiry, new rules, and the module's unload
-// and load in the midst of them.
+// service at the hooks, every command, readers and writers of the proc file, readers of the status files, expiry, new
+// rules, and the module's unload and load in the midst of them.
 //
 // RACES_SECONDS in the environment says for how long; two seconds if it is not there. The last line says what ran.
 #include <chrono>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
+#include <utility>
 
+#include "platform/host/context.h"
 #include "tests/support/user_buffer.h"
 #include "tests/unit/concurrency_fixture.h"
 
@@ -23,9 +26,26 @@ std::chrono::seconds wanted_time()
 	return std::chrono::seconds(text == nullptr ? 2 : std::strtol(text, nullptr, 10));
 }
 
+// How each line of a status file begins, and how often it was seen: the file's keywords.
+struct StatusLines {
+	const char *file;
+	const char *keyword;
+	std::atomic<uint64_t> seen = 0;
+};
+
 class EverythingAtOnce : public Concurrency
 {
 protected:
+	EverythingAtOnce()
+	{
+		// A thread's first pass comes with the load, whatever the clock does; each later one is the clock's work.
+		machine.threads.before_sleep([this] {
+			thread_local bool had_first_pass = false;
+			if (std::exchange(had_first_pass, true)) {
+				++passes;
+			}
+		});
+	}
 	~EverythingAtOnce() override { stop_traffic(); }
 
 	// One reader's turn: a listing, or the error of a file that is gone.
@@ -54,6 +74,51 @@ protected:
 		writes += taken == file_is_gone ? 0 : 1;
 	}
 
+	// One reader's turn: a status file, or none where it is gone.
+	void read_status_file(const char *file)
+	{
+		const std::optional<std::string> text = machine.status.read(file);
+		host::expect_no_lock_held("a status file's reader");
+		if (!text.has_value()) {
+			return;
+		}
+		EXPECT_TRUE(text->empty() || text->ends_with('\n')) << file << ": " << *text;
+		size_t rows = 0;
+		for (std::string_view rest = *text; !rest.empty(); rest.remove_prefix(rest.find('\n') + 1)) {
+			const std::string_view line = rest.substr(0, rest.find('\n'));
+			const auto known =
+				std::find_if(status_lines.begin(), status_lines.end(), [&](const StatusLines &lines) {
+					return std::string_view(file) == lines.file && line.starts_with(lines.keyword);
+				});
+			ASSERT_NE(known, status_lines.end()) << file << ": " << line;
+			++known->seen;
+			rows += line.starts_with("interface index=") ? 1 : 0;
+		}
+		EXPECT_EQ(rows, std::string_view(file) == "status" ? 28u : 0u) << *text;
+		++status_reads;
+	}
+
+	// What has not run yet, for people.
+	[[nodiscard]] std::string missing() const
+	{
+		std::string names;
+		const auto note = [&names](bool ran, const std::string &name) {
+			if (!ran) {
+				names += name;
+				names += "; ";
+			}
+		};
+		note(frames() >= 100, "frames");
+		note(command_turns() != 0, "commands");
+		note(reads != 0, "reads of the proc file");
+		note(writes != 0, "writes of the proc file");
+		note(passes != 0, "expiry passes");
+		for (const StatusLines &lines : status_lines) {
+			note(lines.seen != 0, lines.keyword);
+		}
+		return names;
+	}
+
 	void start_proc_and_expiry()
 	{
 		for (const size_t length : {size_t{64} * 1024, size_t{300}}) {
@@ -64,10 +129,17 @@ protected:
 			select_target(dice.one_of(targets));
 			std::this_thread::yield();
 		});
+		for (const unsigned seed : {51U, 52U}) {
+			start([this, dice = Dice(seed)]() mutable {
+				constexpr std::array<const char *, 5> files = {"status", "clients", "garden",
+									       "counters", "cache"};
+				read_status_file(dice.one_of(files));
+				std::this_thread::yield();
+			});
+		}
 		start([this] {
 			machine.clock.advance(1);
 			machine.threads.advance(6000);
-			++passes;
 			std::this_thread::yield();
 		});
 	}
@@ -88,6 +160,20 @@ protected:
 	std::atomic<uint64_t> reads = 0;
 	std::atomic<uint64_t> writes = 0;
 	std::atomic<uint64_t> passes = 0;
+	std::atomic<uint64_t> status_reads = 0;
+	std::array<StatusLines, 11> status_lines = {{
+		{"status", "module format=1 "},
+		{"status", "interface index="},
+		{"status", "owe name="},
+		{"clients", "client table="},
+		{"garden", "default-rule slot="},
+		{"garden", "rule interface="},
+		{"counters", "count interface=wlan-1-1 reason=redirect-portal value="},
+		{"counters", "count interface=other reason=address-expired value="},
+		{"counters", "count interface="},
+		{"cache", "cached address="},
+		{"cache", "cached-name address="},
+	}};
 	uint64_t processes = 0;
 	uint64_t loads = 0;
 
@@ -105,25 +191,30 @@ TEST_F(EverythingAtOnce, ForAsLongAsIsWanted)
 		start_frames(work, ++seed);
 	}
 	start_proc_and_expiry();
-	bool all_ran = false;
-	while (!HasFailure() && (!all_ran || std::chrono::steady_clock::now() < end)) {
+	const auto latest = end + std::chrono::minutes(2);
+	const auto goes_on = [&] {
+		const auto now = std::chrono::steady_clock::now();
+		return now < end || (now < latest && !missing().empty());
+	};
+	while (!HasFailure() && goes_on()) {
 		// The module is unloaded under all that does not hold it, and while a process wants it.
 		std::thread process([this] { run_process(25); });
 		reload();
 		process.join();
 		run_process(10);
 		++processes;
-		all_ran = frames() >= 100 && command_turns() != 0 && reads != 0 && writes != 0 && passes != 0;
 	}
 	stop_traffic();
+	EXPECT_EQ(missing(), "");
 	EXPECT_EQ(machine.unload(), 0);
 	EXPECT_TRUE(machine.lost_allocations().empty());
-	std::printf(
-		"%llu frames, %llu turns of commands, %llu reads and %llu writes of the proc file, %llu expiry passes, "
-		"%llu loads\n",
-		static_cast<unsigned long long>(frames()), static_cast<unsigned long long>(command_turns()),
-		static_cast<unsigned long long>(reads), static_cast<unsigned long long>(writes),
-		static_cast<unsigned long long>(passes), static_cast<unsigned long long>(loads));
+	std::printf("%llu frames, %llu turns of commands, %llu reads and %llu writes of the proc file, %llu reads of "
+		    "status files, "
+		    "%llu expiry passes, %llu loads\n",
+		    static_cast<unsigned long long>(frames()), static_cast<unsigned long long>(command_turns()),
+		    static_cast<unsigned long long>(reads), static_cast<unsigned long long>(writes),
+		    static_cast<unsigned long long>(status_reads), static_cast<unsigned long long>(passes),
+		    static_cast<unsigned long long>(loads));
 }
 
 } // namespace
