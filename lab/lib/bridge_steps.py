@@ -62,7 +62,10 @@ class Steps:
         deadline = time.monotonic() + SECONDS
         while True:
             came, through = self.send_through(cable)
-            # Where nothing is wanted to come out, the flooded frame is not to come out either.
+            # Where nothing is wanted to come out, the flooded frame is not to come out either: it would be the module
+            # that kept the SYN.
+            if place == "nothing" and through:
+                raise SystemExit(f"{cable}: wanted nothing, but the flooded frame came out at {sorted(through)}")
             if through or (place == "nothing" and not came):
                 break
             if time.monotonic() > deadline:
@@ -127,7 +130,7 @@ def main(name, rounds="1"):
                 except SystemExit as problem:
                     raise SystemExit(f"round {number + 1}: {problem}") from None
         steps.change()
-    print(f"{steps.tried} requests in {rounds} rounds", file=sys.stderr)
+    print(f"{steps.tried} requests in {rounds} rounds, with {2 * steps.number} frames", file=sys.stderr)
 
 
 main(*sys.argv[1:])

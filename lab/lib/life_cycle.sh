@@ -1,7 +1,9 @@
 # Loading and unloading again and again: how long an unload takes, and what memory it leaves behind.
 #
 #   quick_load                loads the module by the system call alone
-#   timed_unload              unloads it so; fails when that took longer than $LONGEST_UNLOAD milliseconds
+#   timed_unload              unloads it so; fails when that took longer than $LONGEST_UNLOAD milliseconds of the
+#                             machine's clock. Where that leaps, as on User Mode Linux in all cases but
+#                             loads_and_unloads, computing takes hardly any of it: there it is waits that are limited
 #   slowest_unload            the longest of the case's since it was set to 0, in microseconds
 #   unload_times              all of them
 #   median_unload             the one in the middle

@@ -1,6 +1,6 @@
 # What lab/cases/bridges_and_ports_change.sh does, a tenth of $LIFE_CYCLE_ROUNDS times, while others send through the
 # same bridges all the time, and answers of the portal and of DNS come from the other side. At the end both bridges
-# can be deleted.
+# can be deleted, and the module unloaded within a second of the machine's clock, which on User Mode Linux leaps.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 #   client-1-3 eth0 -- wlan-1-3 /
@@ -54,10 +54,36 @@ cpctl garden replace wlan-1-1 on '*.example.org'
 # has taught: with all ports in br0 that is br0's.
 sed '/^ip link set uplink0 master br0/a ip link set wlan-1-2 master br0\nip link set wlan-1-3 master br0
 	/^ip link set wlan-1-1 master br1/i ip link set wlan-1-2 master br1' "$BRIDGE_STEPS" >"$CASE_DIR/steps"
-bridge_steps "$CASE_DIR/steps" "$rounds"
+# Each sender's frames, counted where they leave it: a process that is there may have come to a stand.
+sent() {
+	in_client 1-3 cat /sys/class/net/eth0/statistics/tx_packets
+	in_client 1-1 cat /sys/class/net/eth0/statistics/tx_packets
+	cat /sys/class/net/wlan-1-2/statistics/rx_packets
+	in_upstream cat /sys/class/net/eth0/statistics/tx_packets
+}
+senders=("client 1-3" "client 1-1" "tap device" "upstream")
+fewest=(-1 -1 -1 -1)
+for ((round = 1; round <= rounds; round++)); do
+	mapfile -t before < <(sent)
+	python3 -S "$LAB/lib/bridge_steps.py" "$CASE_DIR/steps" &>"$CASE_DIR/round" || {
+		cat "$CASE_DIR/round"
+		fail "round $round"
+	}
+	((round > 1)) || cat "$CASE_DIR/round"
+	mapfile -t after < <(sent)
+	# The requests' own frames go by the way of client 1-1.
+	own=$(sed -n 's/^[0-9]* requests in .* with \([0-9]*\) frames$/\1/p' "$CASE_DIR/round")
+	for sender in "${!senders[@]}"; do
+		count=$((after[sender] - before[sender]))
+		[[ ${senders[sender]} != "client 1-1" ]] || count=$((count - own))
+		((count >= 100)) || fail "round $round: ${senders[sender]} sent $count frames"
+		((fewest[sender] >= 0 && fewest[sender] <= count)) || fewest[sender]=$count
+	done
+done
 for process in "${floods[@]}"; do kill -0 "$process" || fail "one of the senders ended"; done
 requests=$(grep -c '^[^=#i]' "$CASE_DIR/steps")
-figure "$rounds rounds under traffic, $((rounds * requests)) requests, each where it should be"
+figure "$rounds rounds under traffic, $((rounds * requests)) requests, each where it should be;" \
+	"in none of them fewer than ${fewest[*]} frames of the four senders"
 timed_unload
 kill "${floods[@]}"
 wait "${floods[@]}" || true

@@ -5,9 +5,26 @@
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 
 make_portal_bench
+# A firewall's mark between the module's hooks has the second one redirect, whatever is set: so a frame tells of a hook
+# that is left.
+nft -f - <<'END_OF_RULES'
+table bridge reputation {
+	chain prerouting {
+		type filter hook prerouting priority -315; policy accept;
+		ether type ip ip daddr 203.0.113.30 meta mark set 5307
+	}
+}
+END_OF_RULES
+marked=$CASE_DIR/marked
+cat >"$marked" <<'END_OF_TABLE'
+                    | without | loaded
+tcp/203.0.113.30/80 | same    | redirect:1025
+END_OF_TABLE
+record_frames "$marked"
 
 whole_again() {
 	load_module
+	check_frames "$marked" loaded
 	cpctl interface set wlan-1-1 mode on
 	check_frames "$frames" on
 	unload_module
@@ -38,6 +55,7 @@ if numbers_run_out; then
 	expect_log "[captive portal] captive_portal_misc_dev failed!!"
 	expect_failure module_is_loaded
 	for copy in "${copies[@]}"; do rmmod "$copy"; done
+	check_frames "$marked" without
 	check_frames "$frames" off
 	whole_again
 	figure "the device is refused when ${#copies[@]} others have every number"

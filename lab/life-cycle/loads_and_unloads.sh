@@ -1,7 +1,8 @@
 # The module is loaded and unloaded $LIFE_CYCLE_ROUNDS times, a tenth of them while frames are redirected, dropped and
-# admitted and DNS answers fill its cache. Each unload takes less than a second. Quiet rounds leave no memory behind,
-# though each has had clients on its lists, rules and a full pass of its thread; rounds under traffic leave what is kept
-# on purpose, connections that never saw their end. The last load works like the first.
+# admitted and DNS answers fill its cache. Each unload takes less than a second: "./run life-cycle" runs this case by a
+# clock that does not leap. Quiet rounds leave no memory behind, though each has had clients on its lists, rules and a full
+# pass of its thread; rounds under traffic leave what is kept on purpose, connections that never saw their end. The last
+# load works like the first.
 #
 #   client-1-1 eth0 -- wlan-1-1 \
 #         tap device   wlan-1-2 -  br0 -- uplink0 -- upstream
@@ -70,12 +71,13 @@ figure "the kernel's own memory: $memory KiB after $warm rounds, $grown KiB more
 
 step "$((rounds - quiet)) rounds under traffic"
 floods=()
-# flood TABLE FORMS
+# flood TABLE FORMS ARGUMENT...
 flood() {
-	python3 -S "$LAB/lib/frame_table.py" flood "$1" - "${places[@]}" --forms "$2" &
+	python3 -S "$LAB/lib/frame_table.py" flood "$1" - "${places[@]}" --forms "$2" "${@:3}" &
 	floods+=($!)
 }
 flood "$frames" linear+ring:20
+flood "$frames" linear --source 02:00:00:01:01:77
 from_tap wlan-1-2
 flood "$frames" frags:20
 from_upstream
@@ -89,6 +91,8 @@ has_cached() {
 	in_cache=$(read_summary | grep -cF 'IP=198.18.' || true)
 	((in_cache > 0))
 }
+# The module's own count, which begins with each load.
+has_counted() { grep -q "^count interface=wlan-1-1 reason=$1 " /proc/captive_portal/counters; }
 slowest_unload=0 unload_times=()
 cached=0
 for ((; round <= rounds; round++)); do
@@ -97,6 +101,8 @@ for ((; round <= rounds; round++)); do
 	set_up
 	wait_until 20 "a frame was redirected" has_redirected
 	wait_until 20 "an answer is in the cache" has_cached
+	wait_until 20 "a ping was dropped" has_counted icmp
+	wait_until 20 "a frame of the admitted client passed" has_counted login
 	cached=$((cached + in_cache))
 	timed_unload
 done
