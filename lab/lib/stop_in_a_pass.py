@@ -1,6 +1,7 @@
 """Unloads the module at a chosen moment of the expiry thread's pass, and says where the pass was.
 
 usage: stop_in_a_pass.py MILLISECONDS   after the line that begins the next pass
+       stop_in_a_pass.py asleep         at once: the thread sleeps, and no other pass begins
 
 Prints: the milliseconds that the unload took, the bucket that the pass had reached when it was asked to stop (-1 before
 the first entry, 1024 when it was over), how many entries the pass looked at, and how long it took.
@@ -30,14 +31,12 @@ def lines(log, seconds):
 def main(after):
     log = os.open("/dev/kmsg", os.O_RDONLY)
     os.lseek(log, 0, os.SEEK_END)
-    began = None
-    for when, text in lines(log, 100):
-        if text.startswith(BEGIN):
-            began = when
-            break
-    if began is None:
-        raise SystemExit("no pass began")
-    time.sleep(float(after) / 1000)
+    began = 0
+    if after != "asleep":
+        began = next((when for when, text in lines(log, 100) if text.startswith(BEGIN)), None)
+        if began is None:
+            raise SystemExit("no pass began")
+        time.sleep(float(after) / 1000)
     start = time.monotonic()
     unload_module()
     took = time.monotonic() - start
@@ -48,6 +47,8 @@ def main(after):
             stop_at = reached
         if text.startswith(END):
             break
+        if after == "asleep" and text.startswith(BEGIN):
+            raise SystemExit("a pass began, where the thread was to be asleep")
         found = re.match(r"\[(\d+)\]IP=", text)
         if found:
             reached, last = int(found[1]), when
