@@ -6,6 +6,8 @@ Each kind of work is a process of its own and goes on from the first load to the
 commands and their one open device, ends every few seconds, and the module goes and comes back meanwhile.
 """
 
+import collections
+import contextlib
 import ctypes
 import errno
 import mmap
@@ -23,11 +25,20 @@ from frame_wire import packet_socket
 from system_calls import load_module, unload_module
 
 SUMMARY = "/proc/cp_dns_aRecord/summary"
+STATUS = "/proc/captive_portal"
+STATUS_FILES = ("status", "clients", "garden", "cache", "counters")
+KEYWORDS = {"module", "interface", "owe", "client", "default-rule", "rule", "cached", "cached-name", "count"}
+# Of what the module counts, by name: each must have happened before some unload.
+REASONS = ("marked-portal", "redirect-portal", "redirect-mirel", "redirect-reputation", "redirect-logout",
+           "redirect-social-login", "redirect-dns-filter", "reply-rewritten", "connection-recorded", "connection-ended",
+           "walled-garden", "dhcp-dns", "dns-answer", "address-stored", "address-refreshed", "address-expired", "ipv6",
+           "icmp", "udp", "login")
 DEVICE = "/dev/CP_dev"
 SESSION = 8  # seconds, in which the expiry thread passes once at the start and once more after six
 CLIENTS = 300
-BATCH = 64
+BATCH = 4
 ROWS = (b"wlan-1-1", b"wlan-3-8", b"wlan-2-2")
+ROWS_IN_ALL = 28
 NAMES = ("www.example.org", "garden.example.org", "a.b.example.net", "www.example.com")
 
 libc = ctypes.CDLL(None, use_errno=True)
@@ -38,7 +49,10 @@ libc.ioctl.argtypes = [ctypes.c_int, ctypes.c_ulong, ctypes.c_void_p]
 COUNTS = ("frames from wlan-1-1", "frames from wlan-3-8", "answers of the name service", "replies",
           *(f"calls of command {number}" for number in range(1, 12) if number != 5),
           "opens in vain", "readings of the proc file", "addresses listed", "writings of the proc file",
-          "new bridge addresses", "moves of a port", "loads", "unloads under all that", "expiry passes")
+          *(f"readings of the status file {name}" for name in STATUS_FILES),
+          *(f"lines of the kind {keyword}" for keyword in sorted(KEYWORDS)),
+          "new bridge addresses", "moves of a port", "loads", "unloads under all that", "expiry passes",
+          *(f"counted as {reason}" for reason in REASONS))
 
 
 class Counts:
@@ -114,10 +128,10 @@ def replies():
 
 
 class Message(ctypes.Structure):
-    """struct mmsghdr."""
+    """struct mmsghdr: what stands before `sent` is a struct of its own, which ends at a multiple of eight bytes."""
     _fields_ = [("name", ctypes.c_void_p), ("name_length", ctypes.c_uint), ("vector", ctypes.c_void_p),
                 ("vectors", ctypes.c_size_t), ("control", ctypes.c_void_p), ("control_length", ctypes.c_size_t),
-                ("flags", ctypes.c_int), ("sent", ctypes.c_uint)]
+                ("flags", ctypes.c_int), ("padding", ctypes.c_int), ("sent", ctypes.c_uint)]
 
 
 class Batches:
@@ -140,9 +154,10 @@ class Batches:
         count = min(BATCH, len(self.messages) - self.next)
         at = ctypes.addressof(self.messages) + self.next * ctypes.sizeof(Message)
         sent = libc.sendmmsg(self.wire.fileno(), ctypes.c_void_p(at), count, 0)
-        self.next = (self.next + count) % len(self.messages)
         if sent < 0 and ctypes.get_errno() not in (errno.ENOBUFS, errno.ENETDOWN, errno.ENXIO):
             raise OSError(ctypes.get_errno(), "sendmmsg")
+        # A frame that could not go is passed over.
+        self.next = (self.next + max(sent, 1)) % len(self.messages)
         return max(sent, 0)
 
 
@@ -153,7 +168,8 @@ def pour(counts, name, processor, namespace, device, frames):
     batches = Batches(namespace, device, frames)
     while not counts.stopped:
         counts.add(name, batches.send())
-        time.sleep(0.002)
+        # More than the hooks can look at are thrown away before them, and nobody else gets to do anything.
+        time.sleep(0.02)
 
 
 # --- the proc file ------------------------------------------------------------------
@@ -194,6 +210,53 @@ def read_summary(counts):
 def read_summary_too(counts):
     """A second reader beside the one that counts."""
     with_summary(counts, lambda file, _: os.pread(file, 65536, 0))
+
+
+# --- the status files ---------------------------------------------------------------
+
+
+def read_status_files(counts):
+    """In pieces of three sizes, which the kernel makes of its lines as it goes on; the module may be gone at any time,
+    which ends a file that is open."""
+    number = 0
+    while not counts.stopped:
+        for name in STATUS_FILES:
+            number += 1
+            with contextlib.suppress(FileNotFoundError):
+                text, whole = read_status_file(name, (65536, 4096, 300)[number % 3])
+                look_at_lines(counts, name, text, whole)
+                counts.add(f"readings of the status file {name}")
+        time.sleep(0.003)
+
+
+def read_status_file(name, length):
+    """The text, and whether it was read to its end."""
+    file = os.open(f"{STATUS}/{name}", os.O_RDONLY)
+    text = b""
+    try:
+        while part := os.read(file, length):
+            text += part
+    except OSError as error:
+        if error.errno != errno.EIO:
+            raise
+        return text, False
+    finally:
+        os.close(file)
+    return text, True
+
+
+def look_at_lines(counts, name, text, whole):
+    lines = text.decode("ascii").split("\n")
+    # What is behind the last line's end: nothing, or a line that was cut off by the module's end.
+    if lines.pop() and whole:
+        raise SystemExit(f"{name} ends amid a line: {text[-200:]!r}")
+    kinds = collections.Counter(line.split(" ")[0] for line in lines)
+    if not kinds.keys() <= KEYWORDS:
+        raise SystemExit(f"lines of {name} that are none: {kinds} in {text!r:.2000}")
+    for keyword, number in kinds.items():
+        counts.add(f"lines of the kind {keyword}", number)
+    if name == "status" and whole and sum(line.startswith("interface ") for line in lines) != ROWS_IN_ALL:
+        raise SystemExit(f"not all rows: {text!r}")
 
 
 # --- the network changes -------------------------------------------------------------
@@ -344,6 +407,15 @@ def expiry_passes():
     raise SystemExit("there is no expiry thread")
 
 
+def add_what_the_module_counted(counts):
+    """Its counts begin at 0 with each load."""
+    with open(f"{STATUS}/counters", encoding="ascii") as file:
+        for line in file:
+            words = dict(word.split("=") for word in line.split()[1:])
+            if words["reason"] in REASONS:
+                counts.add(f"counted as {words['reason']}", int(words["value"]))
+
+
 def one_life(counts, module, seed, length):
     load(module)
     counts.add("loads")
@@ -356,6 +428,7 @@ def one_life(counts, module, seed, length):
     wait_for([start(repeat, work, device, seed * 10 + number, end) for number, work in enumerate(works)])
     os.close(device.file)
     counts.add("expiry passes", expiry_passes())
+    add_what_the_module_counted(counts)
     unload_module()
     counts.add("unloads under all that")
 
@@ -366,7 +439,7 @@ def main(module, seconds, file):
             (pour, counts, "frames from wlan-3-8", max, "client-3-8", "eth0", requests(CLIENTS)),
             (pour, counts, "answers of the name service", None, "upstream", "eth0", answers()),
             (pour, counts, "replies", None, "", "br0", replies()),
-            (read_summary, counts), (read_summary_too, counts), (change_network, counts)]
+            (read_summary, counts), (read_summary_too, counts), (read_status_files, counts), (change_network, counts)]
     children = [start(*job) for job in jobs]
     end = time.monotonic() + seconds
     lives = 0
