@@ -1,6 +1,6 @@
 # What lab/cases/bridges_and_ports_change.sh does, a tenth of $LIFE_CYCLE_ROUNDS times, while others send through the
-# same bridges all the time, and answers of the portal and of DNS come from the other side. At the end both bridges
-# can be deleted, and the module unloaded within a second of the machine's clock, which on User Mode Linux leaps.
+# same bridges all the time, and answers of the portal and of DNS come from the other side. At the end both bridges can
+# be deleted, and the module unloaded within a second of the machine's clock, which on User Mode Linux leaps.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 #   client-1-3 eth0 -- wlan-1-3 /

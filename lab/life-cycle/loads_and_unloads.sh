@@ -1,8 +1,8 @@
 # The module is loaded and unloaded $LIFE_CYCLE_ROUNDS times, a tenth of them while frames are redirected, dropped and
 # admitted and DNS answers fill its cache. Each unload takes less than a second: "./run life-cycle" runs this case by a
-# clock that does not leap. Quiet rounds leave no memory behind, though each has had clients on its lists, rules and a full
-# pass of its thread; rounds under traffic leave what is kept on purpose, connections that never saw their end. The last
-# load works like the first.
+# clock that does not leap. Quiet rounds leave no memory behind, though each has had clients on its lists, rules and a
+# full pass of its thread; rounds under traffic leave what is kept on purpose, connections that never saw their end. The
+# last load works like the first.
 #
 #   client-1-1 eth0 -- wlan-1-1 \
 #         tap device   wlan-1-2 -  br0 -- uplink0 -- upstream

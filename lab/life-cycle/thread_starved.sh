@@ -1,7 +1,7 @@
 # The expiry thread gets no processor for $LIFE_CYCLE_STARVED seconds, from before its pass was due: a program of the
-# real-time class has it. Meanwhile frames are judged as ever, answers are read and nothing expires; afterwards the pass comes
-# at once, takes out what is past its time and nothing else, and the next one comes a whole period later. The unload at the
-# end takes less than a second of the machine's clock, which on User Mode Linux leaps.
+# real-time class has it. Meanwhile frames are judged as ever, answers are read and nothing expires; afterwards the pass
+# comes at once, takes out what is past its time and nothing else, and the next one comes a whole period later. The
+# unload at the end takes less than a second of the machine's clock, which on User Mode Linux leaps.
 #
 #   client-1-1 eth0 -- wlan-1-1 -- br0 -- uplink0 -- upstream
 
