@@ -57,14 +57,21 @@ private:
 	}
 };
 
-constexpr const char *module_line = "module format=1 debug_level=1\n";
+constexpr const char *module_line = "module format=1 debug_level=1 dns_filter=0\n";
 // A row of "status", as far as the check looks.
-std::string row(const std::string &name, int mode, int block_https, const std::string &logout = "",
-		bool has_tables = true)
+struct Row {
+	std::string name = "wlan-1-1";
+	int mode = 0;
+	int block_https = 1;
+	int garden = 0;
+	std::string logout = {};
+};
+std::string line_of(const Row &row)
 {
-	return "interface index=0 name=" + name + " http_port=10081 https_port=10444 mode=" + std::to_string(mode) +
-	       " block_https=" + std::to_string(block_https) + " logout=" + logout + (has_tables ? " login=0" : "") +
-	       "\n";
+	return "interface index=0 name=" + row.name +
+	       " http_port=10081 https_port=10444 mode=" + std::to_string(row.mode) +
+	       " block_https=" + std::to_string(row.block_https) + " logout=" + row.logout +
+	       " garden=" + std::to_string(row.garden) + (row.name.starts_with("wlan") ? " login=0" : "") + "\n";
 }
 
 constexpr const char *tcp_head = "  sl  local_address rem_address   st tx_queue rx_queue\n";
@@ -73,11 +80,13 @@ std::string socket(const std::string &address, const std::string &port, const st
 {
 	return "   0: " + address + ":" + port + " 00000000:0000 " + state + " 00000000:00000000\n";
 }
+// Ports 83 and 84, to which requests to 2.2.2.2 are always sent.
+const std::string social_login = socket("00000000", "0053") + socket("00000000", "0054");
 
 class CpctlCheck : public ::testing::Test
 {
 protected:
-	// An access point with nothing wrong: two wireless ports and an uplink, the portal on, its service there.
+	// An access point with nothing wrong: two wireless ports and an uplink, the portal on, HTTPS let through, its service there.
 	CpctlCheck()
 	{
 		machine.directories = {
@@ -99,7 +108,7 @@ protected:
 		machine.states["/dev/CP_dev"] = {.is_character_device = true, .mode = 0600};
 		machine.ipv4["br0"] = {"192.168.100.1"};
 		machine.files = {
-			{"/proc/net/tcp", tcp_head + socket("0164A8C0", "2761")},
+			{"/proc/net/tcp", tcp_head + socket("0164A8C0", "2761") + social_login},
 			{"/proc/net/tcp6", tcp_head},
 			{"/proc/sys/net/bridge/bridge-nf-call-iptables", "0\n"},
 			{"/sys/class/net/br0/bridge/nf_call_iptables", "0\n"},
@@ -107,7 +116,7 @@ protected:
 		for (const char *const name : {"status", "clients", "garden", "counters", "cache"}) {
 			status_files[name] = "";
 		}
-		status_files["status"] = module_line + row("wlan-1-1", 1, 1);
+		status_files["status"] = module_line + line_of({.mode = 1, .block_https = 0});
 	}
 
 	int run(const Names &words = {"check"})
@@ -373,6 +382,9 @@ TEST_F(CpctlCheck, FindsRulesThatSetTheModulesMarks)
 
 TEST_F(CpctlCheck, LeavesOtherMarksAndTheReputationMarksAlone)
 {
+	// The services of the reputation marks 5307 and 5323.
+	machine.files["/proc/net/tcp"] += socket("00000000", "0401") + socket("00000000", "0412") +
+					  socket("00000000", "0411") + socket("00000000", "0422");
 	for (const char *const mark :
 	     {"5199", "5208", "5301", "5307", "5323", "5325", "0x1", "ct mark", "meta mark or 0x1450"}) {
 		nft(marking_chain(mark));
@@ -408,41 +420,84 @@ TEST_F(CpctlCheck, FindsThatNobodyListens)
 	const std::string found =
 		"wlan-1-1: nobody listens on port 10081, to which web requests before login are sent: start "
 		"the portal's web service there\n";
+	const std::string others = tcp_head + social_login;
 	for (const std::string &sockets : {std::string(), socket("0164A8C0", "2761", "01"), socket("0100007F", "2761"),
 					   socket("0164A8C0", "2762")}) {
-		machine.files["/proc/net/tcp"] = tcp_head + sockets;
+		machine.files["/proc/net/tcp"] = others + sockets;
 		expect_found(found);
 	}
-	machine.files["/proc/net/tcp"] = tcp_head + socket("00000000", "2761");
+	machine.files["/proc/net/tcp"] = others + socket("00000000", "2761");
 	expect_nothing_found();
-	machine.files["/proc/net/tcp"] = tcp_head;
+	machine.files["/proc/net/tcp"] = others;
 	machine.files["/proc/net/tcp6"] = tcp_head + socket("00000000000000000000000000000000", "2761");
 	expect_nothing_found();
 	machine.files["/proc/net/tcp6"] = tcp_head + socket("00000000000000000000000001000000", "2761");
 	expect_found(found);
 }
 
+// All combinations are held against the core by a test of redirect_ports().
 TEST_F(CpctlCheck, KnowsWhichPortsAreNeeded)
 {
 	struct Case {
-		std::string row;
+		Row row;
 		std::vector<int> ports;
 	};
-	machine.files["/proc/net/tcp"] = tcp_head;
+	machine.files["/proc/net/tcp"] = tcp_head + social_login;
 	for (const Case &rows :
-	     {Case{row("wlan-1-1", 0, 2, "192.0.2.1"), {}}, Case{row("wlan-1-1", 8, 2), {}},
-	      Case{row("wlan-1-1", 1, 0), {10081}}, Case{row("wlan-1-1", 1, 2), {10081, 10444}},
-	      Case{row("wlan-1-1", 9, 5), {10081, 10444}}, Case{row("wlan-1-1", 7, 2), {90, 91}},
-	      Case{row("wlan-1-1", 1, 1, "192.0.2.1"), {10081, 82}}, Case{row("mirel", 1, 2, "", false), {86, 87}},
-	      Case{row("mode-7", 1, 2, "", false), {}}}) {
-		status_files["status"] = module_line + rows.row;
-		EXPECT_EQ(run(), rows.ports.empty() ? 0 : 2) << rows.row;
-		EXPECT_EQ(std::ranges::count(out, '\n'), std::max<size_t>(1, rows.ports.size())) << out;
+	     {Case{{.mode = 0, .block_https = 2}, {}}, Case{{.mode = 0, .logout = "192.0.2.1"}, {82}},
+	      Case{{.mode = 8, .block_https = 2}, {}}, Case{{.mode = 1, .block_https = 0}, {10081}},
+	      Case{{.mode = 1, .block_https = 1}, {10081, 10444}},
+	      Case{{.mode = 1, .block_https = 1, .garden = 1}, {10081}},
+	      Case{{.mode = 1, .block_https = 2, .garden = 1}, {10081, 10444}},
+	      Case{{.mode = 9, .block_https = 5}, {10081, 10444}}, Case{{.mode = 7, .block_https = 2}, {90, 91}},
+	      Case{{.mode = 7, .block_https = 1, .garden = 1}, {90}},
+	      Case{{.mode = 1, .block_https = 0, .logout = "192.0.2.1"}, {10081, 82}},
+	      Case{{.name = "mirel", .mode = 1, .block_https = 0}, {86, 87}},
+	      Case{{.name = "mirel", .mode = 7, .block_https = 2, .garden = 1}, {86}},
+	      Case{{.name = "mirel", .mode = 8}, {}},
+	      Case{{.name = "mode-7", .mode = 1, .block_https = 2, .logout = "192.0.2.1"}, {}}}) {
+		const std::string line = line_of(rows.row);
+		status_files["status"] = module_line + line;
+		EXPECT_EQ(run(), rows.ports.empty() ? 0 : 2) << line;
+		EXPECT_EQ(std::ranges::count(out, '\n'), std::max<size_t>(1, rows.ports.size())) << line << out;
 		for (const int port : rows.ports) {
 			EXPECT_NE(out.find("nobody listens on port " + std::to_string(port) + ","), std::string::npos)
-				<< rows.row << out;
+				<< line << out;
 		}
 	}
+}
+
+TEST_F(CpctlCheck, KnowsThePortsOfReputationMarks)
+{
+	nft("table bridge reputation {\n\tchain in {\n\t\ttype filter hook prerouting priority -315; policy accept;\n"
+	    "\t\tip daddr 203.0.113.30 meta mark set 0x000014bd\n\t\tip daddr 203.0.113.31 meta mark set 0x000014bd\n"
+	    "\t}\n}\ntable inet other {\n\tchain in {\n\t\tmeta mark set 0x000014be\n\t}\n}\n");
+	expect_found(
+		"nft bridge reputation in: nobody listens on port 1027, to which web requests with its reputation "
+		"mark are sent: start the portal's web service there\n"
+		"nft bridge reputation in: nobody listens on port 1044, to which HTTPS requests with its reputation "
+		"mark are sent: start the portal's web service there\n",
+		"2 things need a look");
+}
+
+TEST_F(CpctlCheck, KnowsThePortsThatNoInterfaceHas)
+{
+	machine.files["/proc/net/tcp"] = tcp_head + socket("0164A8C0", "2761");
+	const std::string social =
+		"social-login: nobody listens on port 83, to which web requests to 2.2.2.2 are sent: start "
+		"the portal's web service there\n"
+		"social-login: nobody listens on port 84, to which HTTPS requests to 2.2.2.2 are sent: start the "
+		"portal's web service there\n";
+	expect_found(social, "2 things need a look");
+	status_files["status"] = "module format=1 debug_level=1 dns_filter=1\n";
+	expect_found(
+		"dns-filter: nobody listens on port 88, to which web requests to 4.4.4.4 are sent: start the portal's "
+		"web service there\n"
+		"dns-filter: nobody listens on port 89, to which HTTPS requests to 4.4.4.4 are sent: start the "
+		"portal's web "
+		"service there\n" +
+			social,
+		"4 things need a look");
 }
 
 // ---- What is not looked at -----------------------------------------------------------------------------------------------------

@@ -29,7 +29,7 @@ namespace
 		findings.omit({"services on redirect ports", "the module does not tell which it needs"});
 		return findings;
 	}
-	check_services(machine, status, findings);
+	check_services(machine, status, ruleset, findings);
 	return findings;
 }
 

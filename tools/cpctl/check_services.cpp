@@ -4,10 +4,10 @@
 #include <set>
 #include <sstream>
 
-#include "captive_portal/portal.h"
 #include "captive_portal/ports.h"
 #include "cpctl/findings.h"
-#include "cpctl/interface_names.h"
+#include "cpctl/nft_ruleset.h"
+#include "cpctl/redirect_ports.h"
 
 namespace cpctl
 {
@@ -49,40 +49,25 @@ void add_listening_ports(const std::optional<std::string> &table, std::set<uint3
 	}
 }
 
-struct NeededPort {
-	uint32_t port;
-	std::string_view reason;
-};
-
-[[nodiscard]] std::vector<NeededPort> ports_of_mode(const StatusLine &row)
+// A rule of the bridge that sets a reputation mark sends to the mark's two ports what it matches.
+void add_reputation_ports(const std::string &nft_ruleset, std::vector<RedirectPort> &ports)
 {
-	const int64_t mode = row.number("mode");
-	if (mode == CP_MODE_OFF || mode == CP_MODE_DROP_TCP) {
-		return {};
+	for (const MarkRule &rule : mark_rules(nft_ruleset)) {
+		if (rule.mark >= MARK_REPUTATION_FIRST && rule.mark <= MARK_REPUTATION_LAST &&
+		    rule.chain.starts_with("bridge ")) {
+			const uint32_t number = rule.mark - MARK_REPUTATION_FIRST;
+			ports.push_back({CP_PORT_REPUTATION_HTTP_FIRST + number, "nft " + rule.chain,
+					 "web requests with its reputation mark"});
+			ports.push_back({CP_PORT_REPUTATION_HTTPS_FIRST + number, "nft " + rule.chain,
+					 "HTTPS requests with its reputation mark"});
+		}
 	}
-	uint32_t http = static_cast<uint32_t>(row.number("http_port"));
-	uint32_t https = static_cast<uint32_t>(row.number("https_port"));
-	if (row.text("name") == interface_of_row(CP_ROW_MIREL).name) {
-		http = CP_PORT_MIREL_HTTP;
-		https = CP_PORT_MIREL_HTTPS;
-	} else if (mode == CP_MODE_INTERNET_PASSES) {
-		http = CP_PORT_MODE_7_HTTP;
-		https = CP_PORT_MODE_7_HTTPS;
-	}
-	std::vector<NeededPort> needed = {{http, "web requests before login"}};
-	const int64_t block_https = row.number("block_https");
-	if (block_https != CP_HTTPS_PASSES && block_https != CP_HTTPS_BLOCKED) {
-		needed.push_back({https, "HTTPS before login"});
-	}
-	if (!row.text("logout").empty()) {
-		needed.push_back({CP_PORT_LOGOUT, "requests to the logout address"});
-	}
-	return needed;
 }
 
 } // namespace
 
-void check_services(Machine &machine, const std::vector<StatusLine> &status, Findings &findings)
+void check_services(Machine &machine, const std::vector<StatusLine> &status, const std::string &nft_ruleset,
+		    Findings &findings)
 {
 	const auto ipv4 = machine.read("/proc/net/tcp");
 	if (!ipv4) {
@@ -93,20 +78,15 @@ void check_services(Machine &machine, const std::vector<StatusLine> &status, Fin
 	add_listening_ports(ipv4, ports);
 	// A service that listens on all addresses of IPv6 takes connections of IPv4 too.
 	add_listening_ports(machine.read("/proc/net/tcp6"), ports);
-	for (const StatusLine &row : status) {
-		// Three of the rows have no clients of their own.
-		const bool has_clients = row.keyword() == "interface" &&
-					 (row.has("login") || row.text("name") == interface_of_row(CP_ROW_MIREL).name);
-		if (!has_clients) {
-			continue;
-		}
-		for (const NeededPort &needed : ports_of_mode(row)) {
-			if (!ports.contains(needed.port)) {
-				findings.add({"service", row.text("name"),
-					      "nobody listens on port " + std::to_string(needed.port) + ", to which " +
-						      std::string(needed.reason) + " are sent",
-					      "start the portal's web service there"});
-			}
+	std::vector<RedirectPort> all_needed = redirect_ports(status);
+	add_reputation_ports(nft_ruleset, all_needed);
+	std::set<std::pair<std::string, uint32_t>> told;
+	for (const RedirectPort &needed : all_needed) {
+		if (!ports.contains(needed.port) && told.emplace(needed.sender, needed.port).second) {
+			findings.add({"service", needed.sender,
+				      "nobody listens on port " + std::to_string(needed.port) + ", to which " +
+					      std::string(needed.requests) + " are sent",
+				      "start the portal's web service there"});
 		}
 	}
 }

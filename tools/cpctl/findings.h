@@ -65,7 +65,8 @@ void check_fast_paths(Machine &machine, const std::string &nft_ruleset, Findings
 void check_marks(Machine &machine, const std::string &nft_ruleset, Findings &findings);
 
 // Whether somebody listens where clients are sent to.
-void check_services(Machine &machine, const std::vector<StatusLine> &status, Findings &findings);
+void check_services(Machine &machine, const std::vector<StatusLine> &status, const std::string &nft_ruleset,
+		    Findings &findings);
 
 // Names of the bridge's ports, and those of them that are wireless interfaces.
 [[nodiscard]] std::vector<std::string> bridge_ports(Machine &machine);
