@@ -36,7 +36,7 @@ client add mirel-white 02:00:00:04:00:06
 client add mirel-black 02:00:00:04:00:06
 interface set wlan-2-3 mode internet-passes block-https redirect logout 192.0.2.1 cp-walled-garden 3
 interface set wlan-1-1 mode on disconnection pass-dhcp disconnected
-interface set mode-7 block-https 1 logout 192.0.2.7
+interface set mode-7 cp-walled-garden 2
 mirel mode drop-tcp
 END
 before=$(stored)

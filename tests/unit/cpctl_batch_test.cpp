@@ -56,6 +56,15 @@ TEST_F(CpctlBatch, TakesAFileToo)
 	EXPECT_EQ(answer({"-b", file_with("# nothing\n\n")}), "");
 }
 
+TEST_F(CpctlBatch, RefusesWhatTheModuleNeverReads)
+{
+	EXPECT_EQ(batch("gateway set 192.0.2.254\ninterface set mode-7 block-https block\n"), 1);
+	EXPECT_EQ(err, "cpctl: standard input:2: mode-7: the module reads no block-https of this row: set that of an "
+		       "interface, wlan-1-1 to wlan-3-8\ncpctl: nothing was changed\n");
+	EXPECT_EQ(openings, 0);
+	EXPECT_EQ(batch("interface set mirel mode on garden on\ninterface set mode-7 cp-walled-garden on\n"), 0) << err;
+}
+
 TEST_F(CpctlBatch, ChecksAllLinesBeforeTheFirstRuns)
 {
 	EXPECT_EQ(batch("gateway set 192.0.2.254\n"

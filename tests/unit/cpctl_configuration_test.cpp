@@ -31,6 +31,17 @@ protected:
 		standard_input = text;
 		ASSERT_EQ(run({"-b", "-"}), 0) << err << text;
 	}
+	// What `everything` says; the settings that nothing reads as a daemon sends them.
+	void store_everything();
+	void store_in_row(cp_set_command what, uint32_t row, uint32_t value, const std::string &text = "")
+	{
+		cp_cmd record = {};
+		record.cmd = what;
+		record.iface = static_cast<int32_t>(row);
+		record.enable_value = value;
+		text.copy(record.value, sizeof(record.value) - 1);
+		send(CAPTIVE_PORTAL_IOCTL_SET, record);
+	}
 	int restore(const std::string &text)
 	{
 		standard_input = text;
@@ -97,6 +108,18 @@ interface set mirel mode drop-tcp
 
 )" + last_line;
 
+const std::string unread_settings = "interface set special-mark logout 192.0.2.3\n"
+				    "interface set mode-7 block-https block\n";
+
+void CpctlConfiguration::store_everything()
+{
+	std::string text = everything;
+	text.erase(text.find(unread_settings), unread_settings.size());
+	batch(text);
+	store_in_row(LOGOUT_IP_NOTIFY, CP_ROW_SPECIAL_MARK, 0, "192.0.2.3");
+	store_in_row(BLOCK_HTTPS, CP_ROW_MODE_7, CP_HTTPS_BLOCKED);
+}
+
 TEST_F(CpctlConfiguration, OfAModuleThatHasJustStartedHasNoCommand)
 {
 	std::istringstream lines(save());
@@ -110,7 +133,7 @@ TEST_F(CpctlConfiguration, OfAModuleThatHasJustStartedHasNoCommand)
 
 TEST_F(CpctlConfiguration, EverythingIsSavedAsCommands)
 {
-	batch(everything);
+	store_everything();
 	EXPECT_EQ(save(), everything);
 }
 
@@ -123,7 +146,7 @@ TEST_F(CpctlConfiguration, RestoredOnAModuleThatHasJustStarted)
 
 TEST_F(CpctlConfiguration, RestoredOnItselfSendsNothingThatChanges)
 {
-	batch(everything);
+	store_everything();
 	const std::string before = text_of_status();
 	calls.clear();
 	EXPECT_EQ(restore(everything), 0) << err;
@@ -132,17 +155,47 @@ TEST_F(CpctlConfiguration, RestoredOnItselfSendsNothingThatChanges)
 	EXPECT_EQ(text_of_status(), before);
 }
 
+TEST_F(CpctlConfiguration, OfSettingsThatNothingReadsComesBackWhole)
+{
+	for (const uint32_t row : {CP_ROW_SPECIAL_MARK, CP_ROW_MODE_7, CP_ROW_SOCIAL_LOGIN, CP_ROW_MIREL}) {
+		store_in_row(CAPTIVE_PORTAL, row, 3);
+		store_in_row(BLOCK_HTTPS, row, 4);
+		store_in_row(LOGOUT_IP_NOTIFY, row, 0, "192.0.2.5");
+		wg_cmd record = {};
+		record.cmd = WALLED_GARDEN;
+		record.iface = static_cast<int32_t>(row);
+		record.enable_value = 6;
+		send(WALLED_GARDEN_IOCTL_SET, record);
+	}
+	const std::string saved = save();
+	EXPECT_NE(saved.find("interface set social-login mode 3 block-https 4 logout 192.0.2.5\n"), std::string::npos)
+		<< saved;
+	const auto lines = stored();
+	EXPECT_EQ(restore(whole("")), 0) << err;
+	EXPECT_NE(stored(), lines);
+	EXPECT_EQ(restore(saved), 0) << err;
+	EXPECT_EQ(out + err, "");
+	EXPECT_EQ(stored(), lines);
+	EXPECT_EQ(save(), saved);
+	// As a file of commands it is one that somebody wrote.
+	standard_input = saved;
+	EXPECT_EQ(run({"-b", "-"}), 1);
+	EXPECT_NE(err.find(": social-login: the module reads no mode of this row: "), std::string::npos) << err;
+	EXPECT_NE(err.find(": mirel: the module reads no block-https of this row: "), std::string::npos) << err;
+	EXPECT_EQ(stored(), lines);
+}
+
 TEST_F(CpctlConfiguration, WhatTheFileDoesNotSayIsAsTheModuleStarts)
 {
 	const auto fresh = stored();
-	batch(everything);
+	store_everything();
 	EXPECT_EQ(restore(whole("")), 0) << err;
 	EXPECT_EQ(stored(), fresh);
 }
 
 TEST_F(CpctlConfiguration, OnlyDifferencesAreChanged)
 {
-	batch(everything);
+	store_everything();
 	const std::string wanted = whole("interface set wlan-1-1 mode on block-https redirect logout 192.0.2.9\n"
 					 "client add white 02:00:5e:10:00:01 wlan-1-1\n"
 					 "client add auth 02:00:5e:10:00:07 wlan-1-1\n"
@@ -221,7 +274,7 @@ TEST_F(CpctlConfiguration, AMistakeAnywhereChangesNothing)
 
 TEST_F(CpctlConfiguration, AFileThatIsNoWholeConfigurationIsRefused)
 {
-	batch(everything);
+	store_everything();
 	const std::string before = text_of_status();
 	openings = 0;
 	EXPECT_EQ(restore("debug 3\n"), 1);
@@ -389,7 +442,7 @@ TEST_F(CpctlConfiguration, FilesAreWrittenWholeAndOthersLeftAlone)
 
 TEST_F(CpctlConfiguration, SavingAndRestoringDisturbNoSelectionOfTheListing)
 {
-	batch(everything);
+	store_everything();
 	calls.clear();
 	(void)save();
 	EXPECT_TRUE(calls.empty());

@@ -116,6 +116,9 @@ std::vector<PlacedCommand> parse_commands(const ParseCommand &parse, const std::
 			if (taken == TakenCommands::settings && !command.command.sets) {
 				throw usage_failure("a configuration has only commands that set something");
 			}
+			if (taken == TakenCommands::all && !command.command.without_effect.empty()) {
+				throw usage_failure(command.command.without_effect);
+			}
 		} catch (const Failure &failure) {
 			if (++mistaken <= most_mistakes_told) {
 				mistakes +=

@@ -19,6 +19,9 @@ struct ParsedCommand {
 	std::optional<ClientChange> client = {};
 	// Whether it sets what a configuration has.
 	bool sets = false;
+	// Why it would do nothing; empty when it does something. Only a saved configuration may have such a command: a daemon
+	// had stored that.
+	std::string without_effect = {};
 };
 
 struct PlacedCommand {

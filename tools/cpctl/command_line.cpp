@@ -22,6 +22,7 @@
 #include "cpctl/self_description.h"
 #include "cpctl/status_commands.h"
 #include "cpctl/system_commands.h"
+#include "cpctl/unread_settings.h"
 #include "cpctl/upgrade.h"
 
 namespace cpctl
@@ -166,7 +167,13 @@ public:
 		return ExitCode::usage;
 	}
 
-	[[nodiscard]] const Action &action() const { return command_.action; }
+	[[nodiscard]] const Action &action() const
+	{
+		if (!command_.without_effect.empty()) {
+			throw usage_failure(command_.without_effect);
+		}
+		return command_.action;
+	}
 	[[nodiscard]] const std::string &device() const { return arguments_.device; }
 
 	[[nodiscard]] JsonOutput json() const
@@ -293,9 +300,11 @@ private:
 	void describe_interface()
 	{
 		CLI::App &interface = *add_object(app_, "interface", "Portal settings of wireless interfaces");
-		CLI::App &set =
-			*add_command(interface, "set", "Change settings of an interface", [](const Arguments &given) {
-				return set_interface(given.interface, given.words);
+		CLI::App &set = *add_command(
+			interface, "set", "Change settings of an interface", [this](const Arguments &given) {
+				Action set_all = set_interface(given.interface, given.words);
+				command_.without_effect = unread_setting(given.interface, given.words);
+				return set_all;
 			});
 		add_interface(set, "wlan-1-1 to wlan-3-8, or a row that has no interface, see below")->required();
 		set.add_option("SETTINGS", arguments_.words, "Names and values, see below")->required();

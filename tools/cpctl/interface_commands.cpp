@@ -23,7 +23,8 @@ const std::string_view interface_settings_help =
 	"  cp-walled-garden on|off|NUMBER                kept for the portal's daemon, without effect\n"
 	"  disconnection drop-all|pass-all|pass-dhcp|NUMBER connected|disconnected|NUMBER\n"
 	"                                                what passes while the uplink is away, and whether it is\n"
-	"The rows special-mark, mode-7, social-login and mirel have all of these but disconnection.";
+	"Of the rows without an interface mirel has mode, garden and cp-walled-garden; special-mark, mode-7 and\n"
+	"social-login have cp-walled-garden.";
 
 namespace
 {
