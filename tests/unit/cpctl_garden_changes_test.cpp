@@ -231,8 +231,8 @@ TEST_F(CpctlGardenChanges, AnyNameIsARule)
 {
 	(void)answer({"garden", "add", "wlan-1-1", "default", "show", "add", "client", "debug"});
 	(void)answer({"garden", "del", "wlan-1-1", "default", "add"});
-	(void)answer({"garden", "default", "add", "add", "del", "on"});
 	(void)answer({"mirel", "garden", "add", "on"});
+	(void)answer({"garden", "default", "add", "add", "del", "on"});
 	EXPECT_EQ(answer({"garden", "show", "wlan-1-1"}),
 		  "wlan-1-1: garden off rules 3\n    show\n    client\n    debug\n");
 	EXPECT_EQ(answer({"garden", "show", "default"}), "default: rules 3\n    add\n    del\n    on\n");
@@ -266,8 +266,8 @@ TEST_F(CpctlGardenChanges, FilesOfCommandsAndConfigurationsHaveThem)
 
 TEST_F(CpctlGardenChanges, ShowTellsOfEveryRow)
 {
-	(void)answer({"garden", "replace", "social-login", "on", "s.example"});
-	EXPECT_EQ(answer({"garden", "show", "social-login"}), "social-login: garden on rules 1\n    s.example\n");
+	(void)answer({"garden", "replace", "mode-7", "on", "s.example"});
+	EXPECT_EQ(answer({"garden", "show", "mode-7"}), "mode-7: garden on rules 1\n    s.example\n");
 	EXPECT_EQ(answer({"garden", "show", "special-mark"}), "special-mark: garden off rules 0\n");
 }
 

@@ -311,10 +311,11 @@ TEST_F(CpctlGardenCheck, CheckTellsOfOneGardenOrAll)
 		  "default: 'social-login.example.com' opens nothing: the module keeps that host shut in every garden\n"
 		  "wlan-1-1: '*example.com' opens 'badexample.com', too: for what is below a name write "
 		  "'*.example.com'\n"
+		  "social-login: the module judges no frame by the rules of this row\n"
 		  "social-login: 'Example.com' has capital letters: the module compares letter by letter, and names "
 		  "are asked for in small ones\n"
 		  "mirel: '2.2.2.2' opens nothing: the module keeps that address for the social login\n");
-	EXPECT_EQ(err, "cpctl: 4 warnings: garden del takes a rule away, garden replace writes all of a garden anew\n");
+	EXPECT_EQ(err, "cpctl: 5 warnings: garden del takes a rule away, garden replace writes all of a garden anew\n");
 	EXPECT_EQ(run({"garden", "check", "mirel"}), 2);
 	EXPECT_EQ(out, "mirel: '2.2.2.2' opens nothing: the module keeps that address for the social login\n");
 	EXPECT_EQ(err, "cpctl: 1 warning: garden del takes a rule away, garden replace writes all of a garden anew\n");
@@ -323,6 +324,66 @@ TEST_F(CpctlGardenCheck, CheckTellsOfOneGardenOrAll)
 	EXPECT_EQ(answer({"garden", "check", "wlan-1-2"}), "");
 	EXPECT_EQ(openings, 0);
 	EXPECT_EQ(run({"garden", "check", "wlan-1-9"}), 1);
+}
+
+TEST_F(CpctlGardenCheck, RulesThatDefaultNamesMakeNeedlessAreToldOf)
+{
+	const std::string told =
+		"wlan-1-1: 'a.example' is among the default names, which are open in every garden that is on\n";
+	(void)answer({"garden", "default", "replace", "a.example", "b.example"});
+	EXPECT_EQ(run({"garden", "replace", "wlan-1-1", "on", "a.example", "*.a.example", "c.example"}), 0);
+	EXPECT_EQ(err, "cpctl: warning: " + told);
+	// Told once, and of what was added alone.
+	EXPECT_EQ(run({"garden", "add", "wlan-1-1", "b.example", "198.51.100.7"}), 0);
+	EXPECT_EQ(err,
+		  "cpctl: warning: wlan-1-1: 'b.example' is among the default names, which are open in every garden "
+		  "that is on\n");
+	EXPECT_EQ(run({"garden", "del", "wlan-1-1", "b.example"}), 0);
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(run({"garden", "check", "wlan-1-1"}), 2);
+	EXPECT_EQ(out, told);
+	EXPECT_EQ(answer({"garden", "check", "default"}), "");
+	// Another rule of the list comes before them.
+	EXPECT_EQ(run({"garden", "replace", "wlan-1-1", "on", "a.example", "?.example"}), 0);
+	EXPECT_EQ(err.substr(0, 55), "cpctl: warning: wlan-1-1: 'a.example' opens nothing tha");
+	// The module opens it by the default names alone.
+	(void)run({"garden", "replace", "wlan-1-1", "on"});
+	const Text name = {"a.example", 9};
+	EXPECT_TRUE(match_garden_list(GardenQuery::domain, {}, &name, 0));
+}
+
+TEST_F(CpctlGardenCheck, RulesThatAreNotAskedAreToldOf)
+{
+	const std::string told =
+		"cpctl: warning: wlan-1-1: the rules of mode-7 hold in the place of these while the interface is "
+		"in mode internet-passes\n";
+	(void)answer({"interface", "set", "wlan-1-1", "mode", "internet-passes", "garden", "on"});
+	EXPECT_EQ(answer({"garden", "replace", "wlan-1-1", "on"}), "");
+	EXPECT_EQ(run({"garden", "show", "wlan-1-1"}), 0);
+	EXPECT_EQ(out, "wlan-1-1: garden on rules 0\n");
+	EXPECT_EQ(err, told);
+	EXPECT_EQ(answer({"garden", "check", "wlan-1-1"}), "");
+	EXPECT_EQ(run({"garden", "replace", "wlan-1-1", "on", "10.9.0.0/16"}), 0);
+	EXPECT_EQ(err, told);
+	EXPECT_EQ(run({"garden", "add", "wlan-1-1", "a.example"}), 0);
+	EXPECT_EQ(err, told);
+	EXPECT_EQ(run({"garden", "check", "wlan-1-1"}), 2);
+	EXPECT_EQ(out, told.substr(16));
+	// Neither the rules that hold, nor those of other interfaces, nor in another mode.
+	EXPECT_EQ(answer({"garden", "replace", "mode-7", "on", "10.9.0.0/16"}), "");
+	EXPECT_EQ(answer({"garden", "show", "mode-7"}), "mode-7: garden on rules 1\n    10.9.0.0/16\n");
+	EXPECT_EQ(answer({"garden", "replace", "wlan-1-2", "on", "10.9.0.0/16"}), "");
+	(void)answer({"mirel", "mode", "internet-passes"});
+	EXPECT_EQ(answer({"mirel", "garden", "replace", "10.9.0.0/16"}), "");
+	EXPECT_EQ(answer({"garden", "show", "mirel"}), "mirel: garden on rules 1\n    10.9.0.0/16\n");
+	(void)answer({"interface", "set", "wlan-1-1", "mode", "on"});
+	EXPECT_EQ(answer({"garden", "check"}), "");
+	EXPECT_EQ(answer({"garden", "show", "wlan-1-1"}),
+		  "wlan-1-1: garden on rules 2\n    10.9.0.0/16\n    a.example\n");
+
+	EXPECT_EQ(run({"garden", "add", "special-mark", "a.example"}), 0);
+	EXPECT_EQ(err, "cpctl: warning: special-mark: the module judges no frame by the rules of this row\n");
+	EXPECT_EQ(answer({"garden", "replace", "special-mark", "off"}), "");
 }
 
 // The file was warned of when it was made; a machine that starts says nothing each time.

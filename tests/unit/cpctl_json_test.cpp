@@ -220,6 +220,16 @@ TEST_F(CpctlJson, GardenCheck)
 		R"("text":"'10.1.2.7' opens nothing that '10.1.2.0/24' does not"}]}]})");
 	EXPECT_EQ(err, "cpctl: 2 warnings: garden del takes a rule away, garden replace writes all of a garden anew\n");
 	// One of each kind.
+	(void)run({"garden", "default", "replace", "d.example"});
+	(void)run({"garden", "replace", "wlan-2-1", "on", "d.example"});
+	(void)run({"interface", "set", "wlan-2-1", "mode", "internet-passes"});
+	EXPECT_EQ(
+		json("garden_check", {"garden", "check", "wlan-2-1"}, 2),
+		R"({"gardens":[{"name":"wlan-2-1","warnings":[{"kind":"other-rules","rule":null,"other":null,"names":[],)"
+		R"("text":"the rules of mode-7 hold in the place of these while the interface is in mode internet-passes"},)"
+		R"({"kind":"default-name","rule":"d.example","other":null,"names":[],"text":"'d.example' is among the )"
+		R"(default names, which are open in every garden that is on"}]}]})");
+	(void)run({"garden", "replace", "social-login", "on", "s.example"});
 	(void)run({"garden", "replace", "mirel", "on", "*", "*example", "Shop.*", "a.example", "a.example", "2.2.2.2",
 		   "0.0.0.0/0"});
 	(void)run({"garden", "replace", "wlan-3-8", "on", "*.example", "social-login.example.com", "Www.example.net"});

@@ -56,6 +56,7 @@ Action show_garden(const std::string &name)
 {
 	return [place = parse_garden_place(name)](const Session &session) {
 		const Garden garden = stored_garden(session, place);
+		warn_of_place(session, place);
 		if (session.json != JsonOutput::none) {
 			print_json(session, json_of(place, garden));
 			return;

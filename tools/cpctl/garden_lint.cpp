@@ -51,14 +51,17 @@ constexpr size_t most_hosts_told = 3;
 class Linter
 {
 public:
-	explicit Linter(const std::vector<wg_rule> &rules) : rules_(rules) {}
+	Linter(const std::vector<wg_rule> &rules, const std::vector<std::string> &open_names)
+	    : rules_(rules), open_names_(open_names)
+	{
+	}
 
 	std::vector<RuleWarning> all()
 	{
 		for (index_ = 0; index_ < rules_.size(); index_++) {
 			text_ = format_rule(rules_[index_]);
 			// What is there already, and told of, is not told of twice.
-			if (duplicate() || contained()) {
+			if (duplicate() || contained() || default_name()) {
 				continue;
 			}
 			if (rules_[index_].rule_type == WG_RULE_DOMAIN) {
@@ -122,6 +125,17 @@ private:
 			return true;
 		}
 		return false;
+	}
+
+	bool default_name()
+	{
+		const wg_rule &rule = rules_[index_];
+		if (rule.rule_type != WG_RULE_DOMAIN || has_wildcard(core_text(text_of(rule.domain_name))) ||
+		    std::ranges::find(open_names_, text_of(rule.domain_name)) == open_names_.end()) {
+			return false;
+		}
+		warn("default-name", " is among the default names, which are open in every garden that is on");
+		return true;
 	}
 
 	void address()
@@ -253,6 +267,7 @@ private:
 	}
 
 	const std::vector<wg_rule> &rules_;
+	const std::vector<std::string> &open_names_;
 	size_t index_ = 0;
 	std::string text_;
 	std::vector<RuleWarning> warnings_;
@@ -260,9 +275,9 @@ private:
 
 } // namespace
 
-std::vector<RuleWarning> lint(const std::vector<wg_rule> &rules)
+std::vector<RuleWarning> lint(const std::vector<wg_rule> &rules, const std::vector<std::string> &open_names)
 {
-	return Linter(rules).all();
+	return Linter(rules, open_names).all();
 }
 
 bool pattern_opens(std::string_view pattern, std::string_view name)

@@ -22,17 +22,21 @@ struct RuleWarning {
 	// never-open    the module keeps shut what it names
 	// duplicate     it is there already, as `other`
 	// contained     what it opens is open by `other`
+	// default-name  what it opens is open by the default names
+	// other-rules   other rules hold in the place of the whole list
+	// never-asked   no frame is judged by the whole list
 	std::string_view kind;
-	// Where it stands.
-	size_t rule = 0;
+	// Where it stands; none where all rules of a list are meant.
+	std::optional<size_t> rule;
 	std::optional<size_t> other;
 	std::vector<std::string> names;
 	// A sentence for people, without the garden's name.
 	std::string text;
 };
 
-// In the order of the rules.
-[[nodiscard]] std::vector<RuleWarning> lint(const std::vector<wg_rule> &rules);
+// In the order of the rules. `open_names` are open beside them: the default names, where the rules are a row's.
+[[nodiscard]] std::vector<RuleWarning> lint(const std::vector<wg_rule> &rules,
+					    const std::vector<std::string> &open_names = {});
 
 // Whether the module opens the name by a rule with this pattern.
 [[nodiscard]] bool pattern_opens(std::string_view pattern, std::string_view name);

@@ -43,6 +43,8 @@ public:
 	explicit StoredGardens(const Session &session);
 
 	[[nodiscard]] Garden garden(const GardenPlace &place) const;
+	[[nodiscard]] uint32_t mode(uint32_t row) const { return configuration_.rows[row].mode; }
+	[[nodiscard]] const std::vector<std::string> &default_names() const { return configuration_.default_names; }
 
 private:
 	Configuration configuration_;
