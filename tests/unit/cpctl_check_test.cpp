@@ -261,6 +261,24 @@ TEST_F(CpctlCheck, LooksAtWirelessInterfacesAlone)
 	expect_nothing_found();
 }
 
+TEST_F(CpctlCheck, FindsPortsThatTheModuleDropsOrTakesForOthers)
+{
+	machine.directories["/sys/class/net/"] = {"br0", "lo", "uplink0", "wlan-1-1", "wlan-1-14", "wlan-1-9", "wlan0"};
+	expect_nothing_found();
+	machine.links["/sys/class/net/wlan0/master"] = "br0";
+	expect_found(
+		"wlan0: begins with \"wlan\" and is no interface of the module, which drops the IP frames of this "
+		"port without a word: ip link set wlan0 name NAME, one of wlan-1-1 to wlan-3-8, or a name that does "
+		"not begin so\n");
+	// A port of anything else than a bridge has no frames of its own.
+	machine.links["/sys/class/net/wlan0/master"] = "bond0";
+	expect_nothing_found();
+	machine.links["/sys/class/net/wlan-1-9/master"] = "br0";
+	expect_found(
+		"wlan-1-9: the module takes this port for wlan-2-1, with the settings and clients of that: ip link set "
+		"wlan-1-9 name NAME, one of wlan-1-1 to wlan-3-8 that is free\n");
+}
+
 TEST_F(CpctlCheck, FindsTheBridgesPassThrough)
 {
 	machine.files["/proc/sys/net/bridge/bridge-nf-call-iptables"] = "1\n";

@@ -3,6 +3,7 @@
 #include "cpctl/failure.h"
 #include "cpctl/findings.h"
 #include "cpctl/interface_names.h"
+#include "cpctl/port_names.h"
 
 namespace cpctl
 {
@@ -18,14 +19,39 @@ const std::string bridge_path = network_devices + std::string(portal_bridge);
 	return text && !text->empty() && text->front() != '0' && text->front() != '\n';
 }
 
+// The module has hooks on every bridge, and tells wireless ports by their first letters.
+void check_port_name(const std::string &name, Findings &findings)
+{
+	if (const auto taken = taken_for(name)) {
+		findings.add({"port-name", name,
+			      std::string("the module takes this port for ")
+				      .append(*taken)
+				      .append(", with the settings and clients of that"),
+			      "ip link set " + name + " name NAME, one of wlan-1-1 to wlan-3-8 that is free"});
+	} else {
+		findings.add(
+			{"port-name", name,
+			 "begins with \"wlan\" and is no interface of the module, which drops the IP frames of this "
+			 "port without a word",
+			 "ip link set " + name +
+				 " name NAME, one of wlan-1-1 to wlan-3-8, or a name that does not begin so"});
+	}
+}
+
 void check_ports(Machine &machine, Findings &findings)
 {
 	const std::string bridge(portal_bridge);
 	for (const std::string &name : machine.list(network_devices)) {
-		if (!is_wireless_name(name)) {
+		if (!is_wireless_to_module(name)) {
 			continue;
 		}
 		const std::optional<std::string> master = machine.link(network_devices + name + "/master");
+		if (!is_wireless_name(name)) {
+			if (master && !machine.list(network_devices + *master + "/bridge").empty()) {
+				check_port_name(name, findings);
+			}
+			continue;
+		}
 		const std::string remedy = std::string("ip link set ").append(name).append(" master ").append(bridge);
 		if (!master) {
 			findings.add(
