@@ -501,21 +501,26 @@ TEST_F(CpctlCheck, KnowsThePortsOfReputationMarks)
 TEST_F(CpctlCheck, KnowsThePortsThatNoInterfaceHas)
 {
 	machine.files["/proc/net/tcp"] = tcp_head + socket("0164A8C0", "2761");
-	const std::string social =
-		"social-login: nobody listens on port 83, to which web requests to 2.2.2.2 are sent: start "
-		"the portal's web service there\n"
-		"social-login: nobody listens on port 84, to which HTTPS requests to 2.2.2.2 are sent: start the "
-		"portal's web service there\n";
-	expect_found(social, "2 things need a look");
+	EXPECT_EQ(run(), 0);
 	status_files["status"] = "module format=1 debug_level=1 dns_filter=1\n";
 	expect_found(
 		"dns-filter: nobody listens on port 88, to which web requests to 4.4.4.4 are sent: start the portal's "
 		"web service there\n"
 		"dns-filter: nobody listens on port 89, to which HTTPS requests to 4.4.4.4 are sent: start the "
 		"portal's web "
-		"service there\n" +
-			social,
-		"4 things need a look");
+		"service there\n",
+		"2 things need a look");
+}
+
+TEST_F(CpctlCheck, MissesOneHalfOfASocialLogin)
+{
+	for (const auto &[there, missing] :
+	     {std::pair{"0053", "84, to which HTTPS"}, std::pair{"0054", "83, to which web"}}) {
+		machine.files["/proc/net/tcp"] = tcp_head + socket("0164A8C0", "2761") + socket("00000000", there);
+		expect_found(std::string("social-login: nobody listens on port ") + missing +
+				     " requests to 2.2.2.2 are sent: start the portal's web service there\n",
+			     "1 thing needs a look");
+	}
 }
 
 // ---- What is not looked at -----------------------------------------------------------------------------------------------------

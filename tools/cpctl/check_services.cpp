@@ -80,6 +80,12 @@ void check_services(Machine &machine, const std::vector<StatusLine> &status, con
 	add_listening_ports(machine.read("/proc/net/tcp6"), ports);
 	std::vector<RedirectPort> all_needed = redirect_ports(status);
 	add_reputation_ports(nft_ruleset, all_needed);
+	// Who serves neither of its ports has no social login, and does not miss it.
+	if (!ports.contains(CP_PORT_SOCIAL_LOGIN_HTTP) && !ports.contains(CP_PORT_SOCIAL_LOGIN_HTTPS)) {
+		std::erase_if(all_needed, [](const RedirectPort &needed) {
+			return needed.port == CP_PORT_SOCIAL_LOGIN_HTTP || needed.port == CP_PORT_SOCIAL_LOGIN_HTTPS;
+		});
+	}
 	std::set<std::pair<std::string, uint32_t>> told;
 	for (const RedirectPort &needed : all_needed) {
 		if (!ports.contains(needed.port) && told.emplace(needed.sender, needed.port).second) {
