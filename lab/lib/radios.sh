@@ -54,7 +54,7 @@ is_in() {
 	[[ $(station "$1" wpa_state) == COMPLETED ]] || return 1
 	for port in /sys/class/net/wlan-*/phy80211; do
 		port=${port%/phy80211}
-		! iw dev "${port##*/}" station get "$(mac_of "$1")" 2>/dev/null | grep -q 'authorized:.*yes' || return 0
+		! iw dev "${port##*/}" station get "$(mac_of "$1")" 2>/dev/null | grep 'authorized:.*yes' >/dev/null || return 0
 	done
 	return 1
 }
