@@ -127,16 +127,25 @@ def wait_for_smaller_index(most):
 # --- frames -----------------------------------------------------------------------
 
 
-def arrivals_until(listener, is_last, what):
-    """Senders of the lab's pings, in order, up to and with the last."""
+def pings_of_stations(listener):
+    while wait_readable(listener, 30):
+        for frame, _, _ in listener.arrivals():
+            if frame[6:10] == STATION and frame[12:] == PING[12:]:
+                yield struct.unpack("!H", frame[10:12])[0]
+
+
+def arrivals_until(listener, last, what):
+    """Senders of the lab's pings, in order, up to and with the last. What is queued behind it stays there: others send as
+    fast as this reads, so reading all would have no end."""
     seen = []
     deadline = time.monotonic() + 30
-    while not seen or not is_last(seen):
-        if time.monotonic() > deadline or not wait_readable(listener, 30):
-            raise SystemExit(f"{what}: only {len(seen)} came, the last from {seen[-1:]}")
-        seen += [struct.unpack("!H", frame[10:12])[0] for frame, _, _ in listener.arrivals()
-                 if frame[6:10] == STATION and frame[12:] == PING[12:]]
-    return seen
+    for number in pings_of_stations(listener):
+        seen.append(number)
+        if number == last:
+            return seen
+        if time.monotonic() > deadline:
+            break
+    raise SystemExit(f"{what}: only {len(seen)} came, the last from {seen[-1:]}")
 
 
 def check_every_client(clients, wires, listener, what):
@@ -148,7 +157,7 @@ def check_every_client(clients, wires, listener, what):
             for number in numbers:
                 wire.send("linear", from_station(number))
             wire.send("linear", from_station(MARKER))
-            came = [number for number in arrivals_until(listener, lambda seen: MARKER in seen, what)
+            came = [number for number in arrivals_until(listener, MARKER, what)
                     if number in numbers]
             wanted = [number for number in numbers if clients.passes(number, port)]
             if came != wanted:
@@ -168,7 +177,7 @@ def frames_of_two(batches, stop):
             wire.send("linear", from_station(ADMITTED))
         came = []
         while came.count(ADMITTED) < BATCH // 2:
-            came += arrivals_until(listener, lambda seen: ADMITTED in seen, "the admitted client's frames")
+            came += arrivals_until(listener, ADMITTED, "the admitted client's frames")
             if STRANGER in came:
                 raise SystemExit("a frame of a client on no list has passed")
         batches[0] = batches[0] + 1
