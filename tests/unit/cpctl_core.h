@@ -68,6 +68,20 @@ class CpctlWithTheCore : public HostTest
 protected:
 	void SetUp() override { load_module(); }
 
+	// A list, on that of wlan-1-1 where it is one of an interface.
+	void fill_list(gk_set_command sub_command, unsigned clients)
+	{
+		for (unsigned i = 0; i < clients; i++) {
+			gk_cmd record = {};
+			record.cmd = sub_command;
+			std::memcpy(record.iface, "wlan-1-1", 8);
+			record.mac[0] = 0x02;
+			record.mac[4] = static_cast<uint8_t>(i >> 8);
+			record.mac[5] = static_cast<uint8_t>(i);
+			send(GATEKEEPER_IOCTL_SET, record);
+		}
+	}
+
 	int run(const std::vector<std::string> &words)
 	{
 		std::ostringstream out_stream;

@@ -70,20 +70,6 @@ protected:
 		return verdict;
 	}
 
-	// One client more than the module tells of a list, on that of wlan-1-1.
-	void fill_list(gk_set_command sub_command)
-	{
-		for (unsigned i = 0; i <= GK_LIST_SLOTS; i++) {
-			gk_cmd record = {};
-			record.cmd = sub_command;
-			std::memcpy(record.iface, "wlan-1-1", 8);
-			record.mac[0] = 0x02;
-			record.mac[4] = static_cast<uint8_t>(i >> 8);
-			record.mac[5] = static_cast<uint8_t>(i);
-			send(GATEKEEPER_IOCTL_SET, record);
-		}
-	}
-
 	static Words with(const char *option, Words words)
 	{
 		words.insert(words.begin(), option);
@@ -114,7 +100,7 @@ TEST_F(CpctlJson, ClientShow)
 
 TEST_F(CpctlJson, ClientShowOfAListThatIsTooLong)
 {
-	fill_list(ADD_LOGIN_MAC);
+	fill_list(ADD_LOGIN_MAC, GK_LIST_SLOTS + 1);
 	const auto shown = [this] {
 		return nlohmann::json::parse(json("client_show", {"client", "show", "login", "wlan-1-1"}))["lists"][0];
 	};
@@ -144,7 +130,7 @@ TEST_F(CpctlJson, ClientCheck)
 
 TEST_F(CpctlJson, ClientCheckOfAListThatIsTooLong)
 {
-	fill_list(ADD_AUTH_MAC);
+	fill_list(ADD_AUTH_MAC, GK_LIST_SLOTS + 1);
 	EXPECT_EQ(json("client_check", {"client", "check", "auth", "02:00:5e:10:00:01", "wlan-1-1"}, 2),
 		  R"({"table":"auth","interface":"wlan-1-1","mac":"02:00:5e:10:00:01","listed":false})");
 	status_files_are_readable = false;

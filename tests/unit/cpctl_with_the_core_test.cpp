@@ -63,15 +63,7 @@ TEST_F(CpctlWithTheCore, FlushPortalLeavesOtherInterfacesAndMirelAlone)
 
 TEST_F(CpctlWithTheCore, FlushOneByOneReachesBehindTheEndOfAReply)
 {
-	for (unsigned i = 0; i < 1040; i++) {
-		gk_cmd record = {};
-		record.cmd = ADD_LOGIN_MAC;
-		std::memcpy(record.iface, "wlan-1-1", 8);
-		record.mac[0] = 0x02;
-		record.mac[4] = static_cast<uint8_t>(i >> 8);
-		record.mac[5] = static_cast<uint8_t>(i);
-		send(GATEKEEPER_IOCTL_SET, record);
-	}
+	fill_list(ADD_LOGIN_MAC, 1040);
 	(void)answer({"client", "flush", "login", "wlan-1-1"});
 	EXPECT_EQ(answer({"client", "show", "login", "wlan-1-1"}), "");
 }
@@ -134,15 +126,7 @@ TEST_F(CpctlWithTheCore, ClientsBehindTheEndOfAReplyComeAndGo)
 							std::tuple("mirel-white", ADD_MIREL_WHITE_LIST_MAC, ""),
 							std::tuple("mirel-black", ADD_MIREL_BLACK_LIST_MAC, "")}) {
 		SCOPED_TRACE(table);
-		for (unsigned i = 0; i < 1040; i++) {
-			gk_cmd record = {};
-			record.cmd = sub_command;
-			std::memcpy(record.iface, "wlan-1-1", 8);
-			record.mac[0] = 0x02;
-			record.mac[4] = static_cast<uint8_t>(i >> 8);
-			record.mac[5] = static_cast<uint8_t>(i);
-			send(GATEKEEPER_IOCTL_SET, record);
-		}
+		fill_list(sub_command, 1040);
 		const auto words = [&, table = table](const char *command) {
 			std::vector<std::string> result = {"client", command, table, "02:00:5e:10:00:01"};
 			if (table == std::string("auth")) {
