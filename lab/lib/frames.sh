@@ -9,6 +9,7 @@
 #                                  the arguments --from and --place, in $places
 #   send_frames PLACE FORM SOURCE_MAC FRAME CHANGE...   these frames and nothing else, from NAMESPACE/DEVICE; words and forms
 #                                  are those of a table
+#   mark_between_hooks             a firewall's mark for what goes to 203.0.113.30, whose page is on port 1025
 #   pass_through ON_OR_OFF         the bridge's own netfilter, for all that it knows
 #
 # A table's recording is beside it: TABLE.recorded, or $recording.
@@ -56,6 +57,17 @@ check_frames() {
 }
 
 send_frames() { expect_success python3 -S "$LAB/lib/send_frames.py" "$@"; }
+
+mark_between_hooks() {
+	nft -f - <<-'END_OF_RULES'
+		table bridge reputation {
+			chain prerouting {
+				type filter hook prerouting priority -315; policy accept;
+				ether type ip ip daddr 203.0.113.30 meta mark set 5307
+			}
+		}
+	END_OF_RULES
+}
 
 pass_through() {
 	local state=1 what

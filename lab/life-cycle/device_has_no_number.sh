@@ -7,14 +7,7 @@
 make_portal_bench
 # A firewall's mark between the module's hooks has the second one redirect, whatever is set: so a frame tells of a hook
 # that is left.
-nft -f - <<'END_OF_RULES'
-table bridge reputation {
-	chain prerouting {
-		type filter hook prerouting priority -315; policy accept;
-		ether type ip ip daddr 203.0.113.30 meta mark set 5307
-	}
-}
-END_OF_RULES
+mark_between_hooks
 marked=$CASE_DIR/marked
 cat >"$marked" <<'END_OF_TABLE'
                     | without | loaded

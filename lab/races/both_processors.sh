@@ -19,15 +19,7 @@ if [[ -d /sys/module/kcsan/parameters ]]; then
 	echo 100 >/sys/module/kcsan/parameters/skip_watch
 fi
 make_frame_bench 1-1 3-8 2-2
-# Marks between the two hooks, as a firewall sets them.
-nft -f - <<'END_OF_RULES'
-table bridge reputation {
-	chain prerouting {
-		type filter hook prerouting priority -315; policy accept;
-		ether type ip ip daddr 203.0.113.30 meta mark set 5307
-	}
-}
-END_OF_RULES
+mark_between_hooks
 
 expect_success python3 -S "$LAB/races/everything.py" "$MODULE" "$RACES_SECONDS" "$CASE_DIR/counts"
 sed 's/^/    /' "$CASE_DIR/counts"
