@@ -89,7 +89,7 @@ expect_contains "the mode that could not be verified" "wlan-1-1: mode on " "$(cp
 
 step "clients behind the end of the device's answer"
 for ((number = 0; number < 1040; number++)); do
-	printf 'client add auth 02:00:5e:20:%02x:%02x wlan-1-1\n' $((number / 256)) $((number % 256))
+	printf 'client add auth 02:00:00:20:%02x:%02x wlan-1-1\n' $((number / 256)) $((number % 256))
 done >"$CASE_DIR/clients"
 ends_with 0 "" cpctl -b "$CASE_DIR/clients"
 expect_equal "words about one more" "" "$(cpctl client add auth 02:00:5e:10:00:01 wlan-1-1 2>&1)"
