@@ -29,14 +29,31 @@ std::string name_of(uint32_t radio, uint32_t vap)
 	return "wlan-" + std::to_string(radio) + "-" + std::to_string(vap);
 }
 
-// Below CP_WIRELESS_INTERFACES when there is one.
+// 0 of the digit 1, and so on; 9 or more of what is no digit from 1 on.
+uint32_t position_of(char digit)
+{
+	return static_cast<uint32_t>(static_cast<unsigned char>(digit)) - '1';
+}
+
+// CP_WIRELESS_INTERFACES when there is none.
 uint32_t scan_interface(std::string_view name)
 {
-	uint32_t row = 0;
-	while (row < CP_WIRELESS_INTERFACES && interface_of_row(row) != name) {
-		row++;
+	constexpr std::string_view shape = "wlan-R-V";
+	constexpr size_t radio_at = shape.find('R');
+	constexpr size_t vap_at = shape.find('V');
+	constexpr std::string_view before_radio = shape.substr(0, radio_at);
+	constexpr std::string_view between = shape.substr(radio_at + 1, vap_at - radio_at - 1);
+	constexpr uint32_t radios = CP_WIRELESS_INTERFACES / CP_VAPS_PER_RADIO;
+	static_assert(radios < 10 && CP_VAPS_PER_RADIO < 10, "a digit each");
+
+	if (name.size() != shape.size() || !name.starts_with(before_radio) ||
+	    name.substr(radio_at + 1, between.size()) != between) {
+		return CP_WIRELESS_INTERFACES;
 	}
-	return row;
+	const uint32_t radio = position_of(name[radio_at]);
+	const uint32_t vap = position_of(name[vap_at]);
+	return radio < radios && vap < CP_VAPS_PER_RADIO ? radio * CP_VAPS_PER_RADIO + vap :
+							   uint32_t{CP_WIRELESS_INTERFACES};
 }
 
 } // namespace

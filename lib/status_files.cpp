@@ -81,8 +81,9 @@ std::string read_file(const std::string &path)
 // Undoes a backslash and three octal digits; nothing for anything else behind a backslash.
 std::optional<std::string> unescape(std::string_view text)
 {
-	std::string plain;
-	for (size_t i = 0; i < text.size(); i++) {
+	const size_t first = std::min(text.find('\\'), text.size());
+	std::string plain(text.substr(0, first));
+	for (size_t i = first; i < text.size(); i++) {
 		if (text[i] != '\\') {
 			plain += text[i];
 			continue;

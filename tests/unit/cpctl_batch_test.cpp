@@ -2,6 +2,7 @@
 // Files of commands that run with one opening of the device, against the module's own core.
 #include "tests/unit/cpctl_core.h"
 
+#include "cpctl/command_words.h"
 #include "gatekeeper/client_tables.h"
 
 namespace captive_portal::test
@@ -198,6 +199,54 @@ TEST_F(CpctlBatch, ManyClientsNeedOneCallEach)
 	EXPECT_EQ(status_reads["clients"], 2U);
 	EXPECT_EQ(openings, 1);
 	EXPECT_EQ(lines_of("clients"), clients);
+}
+
+// Their own lists tell enough; the file has the clients of all.
+TEST_F(CpctlBatch, AClientBetweenOtherCommandsReadsNoStatusFile)
+{
+	EXPECT_EQ(batch("client add login 02:00:5e:10:00:01 wlan-1-1\ngateway set 192.0.2.1\n"
+			"client add login 02:00:5e:10:00:02 wlan-1-1\ngateway set 192.0.2.2\n"
+			"client del login 02:00:5e:10:00:01 wlan-1-1\n"),
+		  0)
+		<< err;
+	EXPECT_EQ(status_reads["clients"], 0U);
+	EXPECT_EQ(machine.status_text("clients"), "client table=login mac=02:00:5e:10:00:02 interface=wlan-1-1\n");
+}
+
+// Lines of clients are read without the parser of the command line.
+TEST_F(CpctlBatch, ReadsClientsAsTheCommandLineDoes)
+{
+	for (const char *const line :
+	     {"client add login 02:00:5e:10:00:01 wlan-1-1", "client add mirel-black 02-00-5E-10-00-01",
+	      "client add mirel-white 02:00:5e:10:00:01 ''", "client add auth 02:00:5e:10:00:01 wlan-3-8 ",
+	      "client add 'ga-white' 02:00:5e:10:00:01 wlan-2-4"}) {
+		SCOPED_TRACE(line);
+		std::istringstream text(line);
+		ASSERT_EQ(run(cpctl::read_command_words(text, "line").at(0).words), 0) << err;
+		const std::string stored = machine.status_text("clients");
+		ASSERT_EQ(lines_of("clients"), 1U);
+		std::string deletion = line;
+		deletion.replace(0, std::strlen("client add"), "client del");
+		ASSERT_EQ(batch(deletion), 0) << err;
+		ASSERT_EQ(lines_of("clients"), 0U);
+		EXPECT_EQ(batch(line), 0) << err;
+		EXPECT_EQ(machine.status_text("clients"), stored);
+		ASSERT_EQ(batch(deletion), 0) << err;
+	}
+	for (const char *const line :
+	     {"client add login 02:00:5e:10:00:01", "client add login", "client add login 02:00:5e:10:00:01 wlan-1-9",
+	      "client add login 02:00:5e:10:00:01 wlan-1-1 wlan-1-2", "client add logins 02:00:5e:10:00:01 wlan-1-1",
+	      "client add login 02:00:5e:10:00 wlan-1-1", "client add login 03:00:5e:10:00:01 wlan-1-1",
+	      "client add mirel-white 02:00:5e:10:00:01 wlan-1-1", "client adds login 02:00:5e:10:00:01 wlan-1-1",
+	      "client add login 02:00:5e:10:00:01 --nothing", "client del '[login]' 02:00:5e:10:00:01 wlan-1-1"}) {
+		SCOPED_TRACE(line);
+		std::istringstream text(line);
+		ASSERT_EQ(run(cpctl::read_command_words(text, "line").at(0).words), 1);
+		const std::string mistake = err.substr(std::strlen("cpctl: "));
+		EXPECT_EQ(batch(line), 1);
+		EXPECT_EQ(err, "cpctl: standard input:1: " + mistake + "cpctl: nothing was changed\n");
+	}
+	EXPECT_EQ(lines_of("clients"), 0U);
 }
 
 TEST_F(CpctlBatch, SaysHowFarItHasComeAfterASecondOnATerminal)

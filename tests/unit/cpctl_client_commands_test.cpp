@@ -226,6 +226,7 @@ TEST_F(CpctlClient, DelLooksForTheClientInTheStatusFileWhereAListIsTooLong)
 	device.on(GATEKEEPER_IOCTL_SET, [](auto, size_t) { return 0; });
 	EXPECT_EQ(run({"client", "del", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 2);
 	EXPECT_EQ(err, "cpctl: 02:00:5e:10:00:01 is still in auth of wlan-1-1: see the kernel log (dmesg)\n");
+	EXPECT_EQ(device.of(GATEKEEPER_IOCTL_SET).size(), 1U);
 }
 
 TEST_F(CpctlClient, DelSaysWhenAListIsTooLongToVerify)

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/batch.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <sstream>
+#include <streambuf>
 
+#include "cpctl/client_commands.h"
 #include "cpctl/failure.h"
 
 namespace cpctl
@@ -31,7 +33,7 @@ public:
 	{
 		size_t next = 0;
 		while (next < commands_.size()) {
-			next = commands_[next].command.client ? run_clients(next) : run_one(next);
+			next = is_client(next) && is_client(next + 1) ? run_clients(next) : run_one(next);
 		}
 		progress_.clear();
 		if (failed_ != 0) {
@@ -41,12 +43,19 @@ public:
 	}
 
 private:
+	// A client between other commands needs its own list alone, and so is no reason to read them all.
+	[[nodiscard]] bool is_client(size_t index) const
+	{
+		return index < commands_.size() && commands_[index].command.client.has_value();
+	}
+
 	// Both give the index of the command that comes next.
 
 	size_t run_one(size_t index)
 	{
 		try {
-			commands_[index].command.action(session_);
+			const ParsedCommand &command = commands_[index].command;
+			(command.client ? change_client(*command.client) : command.action)(session_);
 			progress_.step();
 		} catch (const Failure &failure) {
 			// Without the module or the device nothing else would go better.
@@ -60,7 +69,7 @@ private:
 	size_t run_clients(size_t first)
 	{
 		std::vector<ClientChange> changes;
-		for (size_t index = first; index < commands_.size() && commands_[index].command.client; index++) {
+		for (size_t index = first; is_client(index); index++) {
 			changes.push_back(*commands_[index].command.client);
 		}
 		ChangedClients changed;
@@ -100,6 +109,17 @@ private:
 	Progress progress_;
 	size_t failed_ = 0;
 };
+
+// Throws std::ios_base::failure for a file that cannot be read.
+std::string rest_of(std::streambuf &in)
+{
+	std::string text;
+	std::array<char, 16384> piece;
+	for (std::streamsize got = 0; (got = in.sgetn(piece.data(), piece.size())) > 0;) {
+		text.append(piece.data(), static_cast<size_t>(got));
+	}
+	return text;
+}
 
 } // namespace
 
@@ -159,14 +179,14 @@ std::string read_text(const Session &session, const std::string &file)
 		if (session.surroundings->in == nullptr) {
 			throw Failure(ExitCode::unavailable, "there is no standard input");
 		}
-		return {std::istreambuf_iterator<char>(*session.surroundings->in), {}};
+		return rest_of(*session.surroundings->in->rdbuf());
 	}
 	errno = 0;
 	try {
 		std::ifstream in;
 		in.exceptions(std::ios::failbit | std::ios::badbit);
 		in.open(file);
-		return {std::istreambuf_iterator<char>(in), {}};
+		return rest_of(*in.rdbuf());
 	} catch (const std::ios_base::failure &) {
 		throw Failure(ExitCode::unavailable,
 			      file + " cannot be read: " + std::strerror(errno != 0 ? errno : EIO) +

@@ -14,7 +14,8 @@ namespace cpctl
 {
 
 struct ParsedCommand {
-	Action action;
+	// May be empty where there is a client.
+	Action action = {};
 	// Of `client add` and `client del`: neighbours of this kind run together.
 	std::optional<ClientChange> client = {};
 	// Whether it sets what a configuration has.

@@ -67,6 +67,8 @@ std::vector<List> find_lists(const std::string &table_name, const std::string &i
 // Whether a client is listed, and why that is not known.
 struct Listed {
 	Presence presence;
+	// How often, where the whole list was read.
+	std::optional<size_t> times = {};
 	std::string why_unknown = {};
 };
 
@@ -80,10 +82,10 @@ Listed find_client(const Session &session, const List &list, const MacAddress &m
 	}
 	try {
 		ClientLists lists = read_client_lists(session.read_status_file);
-		const std::vector<MacAddress> &clients = lists[list.key()];
-		return {std::ranges::find(clients, mac) != clients.end() ? Presence::listed : Presence::not_listed};
+		const auto times = static_cast<size_t>(std::ranges::count(lists[list.key()], mac));
+		return {.presence = times != 0 ? Presence::listed : Presence::not_listed, .times = times};
 	} catch (const Failure &unreadable) {
-		return {Presence::unknown, unreadable.what()};
+		return {.presence = Presence::unknown, .why_unknown = unreadable.what()};
 	}
 }
 
@@ -102,17 +104,48 @@ void leave_mirel_black_list(const Session &session, const MacAddress &mac)
 	}
 }
 
-// Deletes the address until the list is free of it. Deleting from a list that cannot be read whole is one call.
-void delete_all_entries(const Session &session, const List &list, const MacAddress &mac)
+void add_client(const Session &session, const List &list, const MacAddress &mac)
 {
+	if (find_client(session, list, mac).presence == Presence::listed) {
+		session.note(format_mac(mac) + " is in " + list.text() + " already: no second entry made");
+		if (list.table.add == ADD_MIREL_WHITE_LIST_MAC) {
+			leave_mirel_black_list(session, mac);
+		}
+		return;
+	}
+	session.portal.change_clients(list.table.add, list.interface, mac);
+	const Listed after = find_client(session, list, mac);
+	switch (after.presence) {
+	case Presence::listed:
+		return;
+	case Presence::not_listed:
+		throw refusal(format_mac(mac) + " is not in " + list.text() +
+			      " though the module took the command: see the kernel log (dmesg)");
+	case Presence::unknown:
+		note_unverified(session, "the entry of " + format_mac(mac) + " in " + list.text(),
+				first_clients_told() + after.why_unknown);
+	}
+}
+
+// Each command of the module takes one entry off the list. Deleting from a list that cannot be read whole is one call.
+void delete_client(const Session &session, const List &list, const MacAddress &mac)
+{
+	Listed before = find_client(session, list, mac);
+	if (before.presence == Presence::not_listed) {
+		throw refusal(format_mac(mac) + " is not in " + list.text() + ": nothing to delete");
+	}
 	Listed after = {Presence::unknown};
 	// A list that never ends to hold the address is refused below instead of being tried for ever.
-	for (uint32_t tries = 0; tries < GK_LIST_SLOTS; tries++) {
-		session.portal.change_clients(list.table.del, list.interface, mac);
+	for (size_t tries = 0; tries < GK_LIST_SLOTS; tries++) {
+		for (size_t left = before.times.value_or(1); left != 0; left--) {
+			session.portal.change_clients(list.table.del, list.interface, mac);
+		}
 		after = find_client(session, list, mac);
-		if (after.presence != Presence::listed) {
+		const bool keeps_them = before.times && after.times && *after.times >= *before.times;
+		if (after.presence != Presence::listed || keeps_them) {
 			break;
 		}
+		before = after;
 	}
 	if (after.presence == Presence::listed) {
 		throw refusal(format_mac(mac) + " is still in " + list.text() + ": see the kernel log (dmesg)");
@@ -235,42 +268,15 @@ ClientChange client_change(ClientChange::Kind kind, const std::string &table, co
 		kind == ClientChange::Kind::add ? parse_station_mac(mac) : parse_mac(mac)};
 }
 
-Action add_client(const std::string &table, const std::string &mac_text, const std::string &interface)
+Action change_client(const ClientChange &change)
 {
-	const List list = find_list(table, interface);
-	const MacAddress mac = parse_station_mac(mac_text);
-	return [list, mac](const Session &session) {
-		if (find_client(session, list, mac).presence == Presence::listed) {
-			session.note(format_mac(mac) + " is in " + list.text() + " already: no second entry made");
-			if (list.table.add == ADD_MIREL_WHITE_LIST_MAC) {
-				leave_mirel_black_list(session, mac);
-			}
-			return;
+	return [change](const Session &session) {
+		const List list = {*change.table, change.interface};
+		if (change.kind == ClientChange::Kind::add) {
+			add_client(session, list, change.mac);
+		} else {
+			delete_client(session, list, change.mac);
 		}
-		session.portal.change_clients(list.table.add, list.interface, mac);
-		const Listed after = find_client(session, list, mac);
-		switch (after.presence) {
-		case Presence::listed:
-			return;
-		case Presence::not_listed:
-			throw refusal(format_mac(mac) + " is not in " + list.text() +
-				      " though the module took the command: see the kernel log (dmesg)");
-		case Presence::unknown:
-			note_unverified(session, "the entry of " + format_mac(mac) + " in " + list.text(),
-					first_clients_told() + after.why_unknown);
-		}
-	};
-}
-
-Action delete_client(const std::string &table, const std::string &mac_text, const std::string &interface)
-{
-	const List list = find_list(table, interface);
-	const MacAddress mac = parse_mac(mac_text);
-	return [list, mac](const Session &session) {
-		if (find_client(session, list, mac).presence == Presence::not_listed) {
-			throw refusal(format_mac(mac) + " is not in " + list.text() + ": nothing to delete");
-		}
-		delete_all_entries(session, list, mac);
 	};
 }
 

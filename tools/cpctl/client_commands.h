@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// cpctl client: the tables of client MAC addresses. Each function checks its arguments (usage failures) and gives the
-// command. `interface` is empty when none was written.
+// cpctl client: the tables of client MAC addresses. Functions that take words check them (usage failures). `interface` is
+// empty when none was written.
 #pragma once
 
 #include <string>
@@ -11,15 +11,13 @@
 namespace cpctl
 {
 
-// The same of add_client() and delete_client(), for many of them together.
+// A change whose words are checked.
 [[nodiscard]] ClientChange client_change(ClientChange::Kind kind, const std::string &table, const std::string &mac,
 					 const std::string &interface);
 
-// Adds the client unless it is listed already: a second entry would outlive one deletion.
-[[nodiscard]] Action add_client(const std::string &table, const std::string &mac, const std::string &interface);
-
-// Deletes every entry of the client; a client that is not listed is a refusal.
-[[nodiscard]] Action delete_client(const std::string &table, const std::string &mac, const std::string &interface);
+// Adds the client unless it is listed already: a second entry would outlive one deletion. Or deletes every entry of it; a
+// client that is not listed is a refusal then.
+[[nodiscard]] Action change_client(const ClientChange &change);
 
 // Lists a table, of all interfaces when none is named.
 [[nodiscard]] Action show_clients(const std::string &table, const std::string &interface);

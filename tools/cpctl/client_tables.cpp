@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "cpctl/client_tables.h"
 
+#include <algorithm>
 #include <string>
 
 #include "cpctl/failure.h"
@@ -16,11 +17,12 @@ std::span<const ClientTable> client_tables()
 
 const ClientTable &find_client_table(std::string_view name)
 {
+	const auto found = std::ranges::find(client_tables(), name, &ClientTable::name);
+	if (found != client_tables().end()) {
+		return *found;
+	}
 	std::string known;
 	for (const ClientTable &table : client_tables()) {
-		if (table.name == name) {
-			return table;
-		}
 		known += known.empty() ? "" : ", ";
 		known += table.name;
 	}

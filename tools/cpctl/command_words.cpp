@@ -26,7 +26,10 @@ bool is_blank(char character)
 class LineReader
 {
 public:
-	LineReader(std::string_view line, const std::string &place) : rest_(line), place_(place) {}
+	LineReader(std::string_view line, const std::string &file, size_t number)
+	    : rest_(line), file_(file), number_(number)
+	{
+	}
 
 	std::vector<std::string> words()
 	{
@@ -45,7 +48,7 @@ public:
 private:
 	std::string word()
 	{
-		std::string text;
+		std::string text(take_plain());
 		while (!rest_.empty() && !is_blank(rest_.front())) {
 			const char character = take();
 			if (character == '\'' || character == '"') {
@@ -63,7 +66,7 @@ private:
 	{
 		for (;;) {
 			if (rest_.empty()) {
-				throw usage_failure(place_ + ": a quotation mark (" + mark + ") is not closed");
+				throw usage_failure(place() + ": a quotation mark (" + mark + ") is not closed");
 			}
 			const char character = take();
 			if (character == mark) {
@@ -76,9 +79,17 @@ private:
 	char take_escaped()
 	{
 		if (rest_.empty()) {
-			throw usage_failure(place_ + ": a backslash at the line's end: a command is one line");
+			throw usage_failure(place() + ": a backslash at the line's end: a command is one line");
 		}
 		return take();
+	}
+
+	// What is the same with quotation and without.
+	std::string_view take_plain()
+	{
+		const std::string_view text = rest_.substr(0, rest_.find_first_of(" \t'\"\\"));
+		rest_.remove_prefix(text.size());
+		return text;
 	}
 
 	char take()
@@ -88,8 +99,11 @@ private:
 		return character;
 	}
 
+	[[nodiscard]] std::string place() const { return place_in_file(file_, number_); }
+
 	std::string_view rest_;
-	const std::string &place_;
+	const std::string &file_;
+	size_t number_;
 };
 
 } // namespace
@@ -102,15 +116,15 @@ std::vector<CommandWords> read_command_words(std::istream &in, const std::string
 		if (line.ends_with('\r')) {
 			line.pop_back();
 		}
-		const std::string place = place_in_file(name, number);
 		const auto is_control = [](char character) {
 			return (static_cast<unsigned char>(character) < ' ' && character != '\t') ||
 			       character == '\x7f';
 		};
 		if (std::ranges::any_of(line, is_control)) {
-			throw usage_failure(place + ": a control character: this is no file of commands");
+			throw usage_failure(place_in_file(name, number) +
+					    ": a control character: this is no file of commands");
 		}
-		CommandWords command = {number, LineReader(line, place).words()};
+		CommandWords command = {number, LineReader(line, name, number).words()};
 		if (!command.words.empty()) {
 			commands.push_back(std::move(command));
 		}

@@ -198,7 +198,7 @@ private:
 			if (line.keyword() != "client") {
 				continue;
 			}
-			const std::string interface = line.has("interface") ? line.text("interface") : "";
+			const std::string interface = line.find("interface").value_or("");
 			const auto found = lists_.find(line.text("table") + " " + interface);
 			if (found == lists_.end()) {
 				throw unknown("a list " + cpctl::quoted(line.text("table")) + " of " +

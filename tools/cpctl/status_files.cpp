@@ -2,7 +2,6 @@
 #include "cpctl/status_files.h"
 
 #include <memory>
-#include <optional>
 
 #include "captiveportal.h"
 #include "cpctl/failure.h"
@@ -11,23 +10,6 @@
 
 namespace cpctl
 {
-
-namespace
-{
-
-// The value of the key, or nothing when the line has none, or none that can be read.
-std::optional<std::string> value_of(const std::string &text, std::string_view key)
-{
-	const captiveportal_line line = {text.data(), text.size()};
-	std::string value(text.size() + 1, '\0'); // no value is longer than its line
-	if (captiveportal_line_text(&line, std::string(key).c_str(), value.data(), value.size()) != CAPTIVEPORTAL_OK) {
-		return std::nullopt;
-	}
-	value.resize(value.find('\0'));
-	return value;
-}
-
-} // namespace
 
 std::string read_kernel_status_file(const std::string &name)
 {
@@ -38,14 +20,20 @@ std::string read_kernel_status_file(const std::string &name)
 	return {text, length};
 }
 
-bool StatusLine::has(std::string_view key) const
+std::optional<std::string> StatusLine::find(std::string_view key) const
 {
-	return value_of(line_, key).has_value();
+	const captiveportal_line line = {line_.data(), line_.size()};
+	std::string value(line_.size() + 1, '\0'); // no value is longer than its line
+	if (captiveportal_line_text(&line, std::string(key).c_str(), value.data(), value.size()) != CAPTIVEPORTAL_OK) {
+		return std::nullopt;
+	}
+	value.resize(value.find('\0'));
+	return value;
 }
 
 std::string StatusLine::text(std::string_view key) const
 {
-	if (std::optional<std::string> value = value_of(line_, key)) {
+	if (std::optional<std::string> value = find(key)) {
 		return *std::move(value);
 	}
 	throw Failure(ExitCode::unavailable, "the module's status does not say " + std::string(key) + " of " +

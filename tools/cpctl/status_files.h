@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,11 +26,12 @@ public:
 	explicit StatusLine(std::string line) : line_(std::move(line)) {}
 
 	[[nodiscard]] std::string keyword() const { return line_.substr(0, line_.find(' ')); }
-	// Whether the line has a value that can be read.
-	[[nodiscard]] bool has(std::string_view key) const;
-	// The value, its escapes undone. Throws Failure(unavailable) when the line has none that can be read.
+	// The value, its escapes undone; nothing when the line has none that can be read.
+	[[nodiscard]] std::optional<std::string> find(std::string_view key) const;
+	[[nodiscard]] bool has(std::string_view key) const { return find(key).has_value(); }
+	// The same; throws Failure(unavailable) when the line has none that can be read.
 	[[nodiscard]] std::string text(std::string_view key) const;
-	// The same of a decimal number, which may have a minus sign, or of a hexadecimal one that begins with 0x.
+	// Of a decimal number, which may have a minus sign, or of a hexadecimal one that begins with 0x.
 	[[nodiscard]] int64_t number(std::string_view key) const;
 
 private:
