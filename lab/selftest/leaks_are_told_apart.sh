@@ -49,4 +49,7 @@ expect_equal "leaks among five of which all are in the lists" 0 "$(five | unexpl
 expect_equal "leaks among five of which four are in the lists" 1 "$(five | unexplained client=2 connection=2)"
 expect_equal "leaks among five of which none is in the lists" 5 "$(five | unexplained client=0 connection=0)"
 expect_equal "leaks among five of whose clients nothing is known" 2 "$(five | unexplained connection=0)"
+expect_equal "leaks among five that were hidden when their case ended" 0 "$(five | unexplained --since 4294937301 client=0)"
+expect_equal "leaks among five of the case's first tick" 3 "$(five | unexplained --since 4294937300 client=0)"
+expect_equal "leaks in what nothing explains, from before" 1 "$(object 24 "${client}0000" | unexplained --since 4294937301)"
 expect_failure python3 "$LAB/guest/unexplained_leaks.py" nobody=1 </dev/null
