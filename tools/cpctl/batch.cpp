@@ -175,21 +175,23 @@ Action run_batch(const std::string &file, AfterFailure after_failure)
 
 std::string read_text(const Session &session, const std::string &file)
 {
-	if (file == "-") {
-		if (session.surroundings->in == nullptr) {
-			throw Failure(ExitCode::unavailable, "there is no standard input");
-		}
-		return rest_of(*session.surroundings->in->rdbuf());
+	const bool standard_input = file == "-";
+	if (standard_input && session.surroundings->in == nullptr) {
+		throw Failure(ExitCode::unavailable, "there is no standard input");
 	}
 	errno = 0;
 	try {
+		if (standard_input) {
+			return rest_of(*session.surroundings->in->rdbuf());
+		}
 		std::ifstream in;
 		in.exceptions(std::ios::failbit | std::ios::badbit);
 		in.open(file);
 		return rest_of(*in.rdbuf());
 	} catch (const std::ios_base::failure &) {
 		throw Failure(ExitCode::unavailable,
-			      file + " cannot be read: " + std::strerror(errno != 0 ? errno : EIO) +
+			      (standard_input ? "standard input" : file) +
+				      " cannot be read: " + std::strerror(errno != 0 ? errno : EIO) +
 				      ": name a file of commands that you may read, or - for standard input");
 	}
 }

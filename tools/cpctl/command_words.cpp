@@ -129,9 +129,6 @@ std::vector<CommandWords> read_command_words(std::istream &in, const std::string
 			commands.push_back(std::move(command));
 		}
 	}
-	if (in.bad()) {
-		throw Failure(ExitCode::unavailable, name + " could not be read to its end");
-	}
 	return commands;
 }
 

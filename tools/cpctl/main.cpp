@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include <ext/stdio_filebuf.h>
 #include <unistd.h>
 
 #include "cpctl/command_line.h"
@@ -28,14 +29,14 @@ std::string environment(const char *name)
 	return value == nullptr ? "" : value;
 }
 
-cpctl::Surroundings surroundings()
+cpctl::Surroundings surroundings(std::istream *standard_input)
 {
 	return {
 		.out_is_terminal = isatty(STDOUT_FILENO) == 1,
 		.err_is_terminal = isatty(STDERR_FILENO) == 1,
 		.no_color = environment("NO_COLOR"),
 		.term = environment("TERM"),
-		.in = &std::cin,
+		.in = standard_input,
 		.modules = &cpctl::running_kernel_modules(),
 		.machine = &cpctl::running_machine(),
 	};
@@ -46,9 +47,13 @@ cpctl::Surroundings surroundings()
 int main(int count, char **words)
 {
 	try {
+		// Of std::cin nobody learns that it could not be read.
+		__gnu_cxx::stdio_filebuf<char> input_buffer(STDIN_FILENO, std::ios::in);
+		std::istream standard_input(&input_buffer);
 		const cpctl::ExitCode code = cpctl::run_command_line(
 			{words + 1, words + count},
-			{cpctl::open_kernel_device, cpctl::read_kernel_status_file, surroundings(), explaining()},
+			{cpctl::open_kernel_device, cpctl::read_kernel_status_file,
+			 surroundings(input_buffer.is_open() ? &standard_input : nullptr), explaining()},
 			std::cout, std::cerr);
 		if (!std::cout.flush()) {
 			std::cerr << "cpctl: the answer could not be written: is the disk full?\n";
