@@ -239,6 +239,18 @@ TEST_F(CpctlClient, DelSaysWhenAListIsTooLongToVerify)
 		  "tells the first 1034 clients of a list; clients: permission denied\n");
 }
 
+TEST_F(CpctlClient, AListThatNobodyUnderstandsIsNotTheUsersMistake)
+{
+	answer_lists({std::vector<uint8_t>(1034, 0x07)});
+	status_files["clients"] = "client table=auth mac=02:00 interface=wlan-1-1\n";
+	EXPECT_EQ(run({"client", "add", "auth", "02:00:5e:10:00:01", "wlan-1-1"}), 0);
+	EXPECT_EQ(
+		err,
+		"cpctl: the entry of 02:00:5e:10:00:01 in auth of wlan-1-1 could not be verified: the module tells the "
+		"first 1034 clients of a list; the module's status says 'mac=02:00', where a MAC address should be: is "
+		"this cpctl as new as the module?\n");
+}
+
 // An address that add refuses may be in a list all the same.
 TEST_F(CpctlClient, DelTakesGroupAddresses)
 {

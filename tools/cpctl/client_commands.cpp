@@ -127,7 +127,7 @@ void add_client(const Session &session, const List &list, const MacAddress &mac)
 	}
 }
 
-// Each command of the module takes one entry off the list. Deleting from a list that cannot be read whole is one call.
+// Each command of the module takes one entry off the list. Where nothing tells whether there is one, it is sent once.
 void delete_client(const Session &session, const List &list, const MacAddress &mac)
 {
 	Listed before = find_client(session, list, mac);

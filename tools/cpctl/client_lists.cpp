@@ -18,7 +18,7 @@ ClientLists read_client_lists(const ReadStatusFile &read_status_file)
 		if (list == lists.end() || list->first != name) {
 			list = lists.try_emplace(name).first;
 		}
-		list->second.push_back(parse_mac(line.text("mac")));
+		list->second.push_back(line.mac("mac"));
 	}
 	return lists;
 }

@@ -204,7 +204,7 @@ private:
 				throw unknown("a list " + cpctl::quoted(line.text("table")) + " of " +
 					      cpctl::quoted(interface));
 			}
-			const MacAddress mac = parse_mac(line.text("mac"));
+			const MacAddress mac = line.mac("mac");
 			if (!seen[found->second].insert(mac).second) {
 				continue;
 			}

@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "captiveportal.h"
-#include "cpctl/failure.h"
 #include "cpctl/library.h"
 #include "cpctl/quoted.h"
 
@@ -46,12 +45,26 @@ int64_t StatusLine::number(std::string_view key) const
 	const captiveportal_line line = {line_.data(), line_.size()};
 	int64_t number = 0;
 	if (captiveportal_line_number(&line, std::string(key).c_str(), &number) != CAPTIVEPORTAL_OK) {
-		throw Failure(ExitCode::unavailable, "the module's status says " +
-							     quoted(std::string(key) + "=" + value) +
-							     ", where a number should be: is this cpctl as new as the "
-							     "module?");
+		throw unexpected(key, value, "a number");
 	}
 	return number;
+}
+
+MacAddress StatusLine::mac(std::string_view key) const
+{
+	const std::string value = text(key);
+	try {
+		return parse_mac(value);
+	} catch (const Failure &) {
+		throw unexpected(key, value, "a MAC address");
+	}
+}
+
+Failure StatusLine::unexpected(std::string_view key, const std::string &value, std::string_view wanted)
+{
+	return {ExitCode::unavailable, "the module's status says " + quoted(std::string(key) + "=" + value) +
+					       ", where " + std::string(wanted) +
+					       " should be: is this cpctl as new as the module?"};
 }
 
 std::vector<StatusLine> parse_status_lines(const std::string &text)

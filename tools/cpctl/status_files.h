@@ -11,6 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "cpctl/addresses.h"
+#include "cpctl/failure.h"
+
 namespace cpctl
 {
 
@@ -33,8 +36,14 @@ public:
 	[[nodiscard]] std::string text(std::string_view key) const;
 	// Of a decimal number, which may have a minus sign, or of a hexadecimal one that begins with 0x.
 	[[nodiscard]] int64_t number(std::string_view key) const;
+	// The same of a MAC address.
+	[[nodiscard]] MacAddress mac(std::string_view key) const;
 
 private:
+	// The value is not what it should be.
+	[[nodiscard]] static Failure unexpected(std::string_view key, const std::string &value,
+						std::string_view wanted);
+
 	std::string line_;
 };
 

@@ -123,7 +123,7 @@ ModuleTables read_module_tables(const ReadStatusFile &read_status_file)
 	const std::vector<StatusLine> lines = parse_status_lines(read_status_file("status"));
 	const StatusLine &module = lines.front();
 	tables.ap_address = parse_ipv4(module.text("ap_address"));
-	tables.ap_mac = parse_mac(module.text("ap_mac"));
+	tables.ap_mac = module.mac("ap_mac");
 	tables.cached = read_cached_addresses(read_status_file);
 	for (const StatusLine &line : lines) {
 		if (line.keyword() == "interface" && line.number("index") >= 0 && line.number("index") < CP_ROWS) {
