@@ -1,6 +1,6 @@
 """Bridges and ports that come, go and change, and what becomes of a client's first request after each change.
 
-usage: bridge_steps.py FILE [ROUNDS]
+usage: bridge_steps.py FILE
 
 A line of FILE is one of
     = TEXT                     what happens next
@@ -13,7 +13,6 @@ A frame that every bridge floods follows the SYN, so that what has not come out 
 """
 
 import contextlib
-import os
 import socket
 import struct
 import subprocess
@@ -115,22 +114,14 @@ class Steps:
         return f"{frame[:6].hex(':')} {socket.inet_ntoa(frame[30:34])}:{port}"
 
 
-def main(name, rounds="1"):
-    with open(name) as file:
-        lines = [line.split("#")[0].strip() for line in file]
+def main(name):
     steps = Steps()
-    for number in range(int(rounds)):
-        if number == 1:
-            sys.stdout.flush()
-            os.dup2(os.open("/dev/null", os.O_WRONLY), 1)
-        for line in lines:
+    with open(name) as file:
+        for line in (line.split("#")[0].strip() for line in file):
             if line:
-                try:
-                    steps.line(line)
-                except SystemExit as problem:
-                    raise SystemExit(f"round {number + 1}: {problem}") from None
-        steps.change()
-    print(f"{steps.tried} requests in {rounds} rounds, with {2 * steps.number} frames", file=sys.stderr)
+                steps.line(line)
+    steps.change()
+    print(f"{steps.tried} requests, with {2 * steps.number} frames", file=sys.stderr)
 
 
 main(*sys.argv[1:])

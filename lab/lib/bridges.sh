@@ -2,7 +2,7 @@
 #
 #   make_bridges [CLIENT...]      make_frame_bench 1-1 CLIENT..., a bridge br1 with its uplink, and in the name space
 #                                 "elsewhere" a br0 with a wlan-1-1 and an uplink
-#   bridge_steps FILE [ROUNDS]    see lib/bridge_steps.py
+#   bridge_steps FILE             see lib/bridge_steps.py
 #   BRIDGE_STEPS                  the steps that begin and end with what make_bridges makes
 
 BRIDGE_STEPS=$LAB/lib/bridges_and_ports.steps

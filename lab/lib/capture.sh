@@ -52,7 +52,9 @@ expect_not_captured() {
 	[[ -z $frames ]] || fail "capture $1 should show no frame that matches '$2', but: $frames"
 }
 
-# Of a reply, what the rewrite does for certain. It ends with the FIN, so one that is sent again leaves as it is.
-OF_A_REPLY='tcp and (tcp[tcpflags] & tcp-syn != 0 or (greater 67 and tcp[tcpflags] & tcp-fin == 0))'
+# Of a reply, what the rewrite does for certain: handshake and data. It ends with the FIN, so one that is sent again leaves
+# as it is, and so does an acknowledgement behind it, whatever its options.
+HAS_DATA='ip[2:2] - ((ip[0] & 0xf) << 2) - ((tcp[12] & 0xf0) >> 2) != 0'
+OF_A_REPLY="tcp and (tcp[tcpflags] & tcp-syn != 0 or ($HAS_DATA and tcp[tcpflags] & tcp-fin == 0))"
 
 expect_replies_rewritten() { expect_not_captured "$1" "src $AP_ADDRESS and $OF_A_REPLY"; }

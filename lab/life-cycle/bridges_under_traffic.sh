@@ -72,7 +72,7 @@ for ((round = 1; round <= rounds; round++)); do
 	((round > 1)) || cat "$CASE_DIR/round"
 	mapfile -t after < <(sent)
 	# The requests' own frames go by the way of client 1-1.
-	own=$(sed -n 's/^[0-9]* requests in .* with \([0-9]*\) frames$/\1/p' "$CASE_DIR/round")
+	own=$(sed -n 's/^[0-9]* requests, with \([0-9]*\) frames$/\1/p' "$CASE_DIR/round")
 	for sender in "${!senders[@]}"; do
 		count=$((after[sender] - before[sender]))
 		[[ ${senders[sender]} != "client 1-1" ]] || count=$((count - own))

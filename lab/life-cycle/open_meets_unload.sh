@@ -92,8 +92,9 @@ figure "$rounds unloads among openers, $refused refused as busy, the longest $((
 
 step "an unload that waits for a pass of the expiry thread"
 cat >"$CASE_DIR/opens_while_going.py" <<'END_OF_PROGRAM'
-import errno, os, time
+import errno, os, sys, time
 node = os.open("/dev/CP_dev", os.O_PATH)
+open(sys.argv[1], "w").close()
 met = other = 0
 deadline = time.monotonic() + 300
 while time.monotonic() < deadline:
@@ -130,8 +131,10 @@ for ((tries = 1; met == 0; tries++)); do
 	cpctl garden replace wlan-1-1 on '*.example.org'
 	send_answers 1-1 fill.example.org 3600 x16384
 	cpctl debug 3
-	python3 -S "$CASE_DIR/opens_while_going.py" >"$CASE_DIR/met" &
+	rm -f "$CASE_DIR/has_node"
+	python3 -S "$CASE_DIR/opens_while_going.py" "$CASE_DIR/has_node" >"$CASE_DIR/met" &
 	opener=$!
+	wait_until 30 "the opener has its node" test -e "$CASE_DIR/has_node"
 	read -r took place _ length < <(python3 -S "$LAB/lib/stop_in_a_pass.py" 20)
 	wait "$opener" || fail "the opener ended with status $?"
 	read -r met gone <"$CASE_DIR/met"

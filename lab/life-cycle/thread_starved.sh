@@ -22,9 +22,17 @@ period=$((6000 / ticks_a_second))
 
 # This case goes before the program that will have the processor, and so do the servers that it starts, and the kernel's
 # threads that take frames on when there are many: a kernel that waits for one of those takes none on.
+hog=
+first_ones=($$ $(grep -lsE '^ksoftirqd/' /proc/[0-9]*/comm | cut -d/ -f3))
+as_before() {
+	# Nobody else in the machine would come to end it.
+	[[ ! $hog ]] || kill "$hog" 2>/dev/null || true
+	for thread in "${first_ones[@]}"; do chrt -o -p 0 "$thread"; done
+	echo 950000 >/proc/sys/kernel/sched_rt_runtime_us
+}
+trap as_before EXIT
 echo -1 >/proc/sys/kernel/sched_rt_runtime_us
-chrt -f -p 60 $$
-for thread in $(grep -lsE '^ksoftirqd/' /proc/[0-9]*/comm | cut -d/ -f3); do chrt -f -p 60 "$thread"; done
+for thread in "${first_ones[@]}"; do chrt -f -p 60 "$thread"; done
 start_services
 load_module
 cpctl interface set wlan-1-1 mode on
@@ -47,8 +55,6 @@ send_answers 1-1 long.example.org 3600 203.0.113.40
 # It never asks for the time, which in a machine whose clock leaps would hardly go on for it.
 chrt -f 50 taskset -c "$processor" python3 -S -c 'while True: pass' &
 hog=$!
-# Nobody else in the machine would come to end it.
-trap 'kill "$hog" 2>/dev/null || true' EXIT
 sleep 8
 expect_equal "passes when the hog began" "$before" "$(passes)"
 send_answers 1-1 short.example.org 3600 203.0.113.30
@@ -67,6 +73,7 @@ expect_ping 1-1 203.0.113.10
 expect_equal "passes while frames were judged" "$before" "$(passes)"
 kill "$hog"
 wait "$hog" || true
+hog=
 step "it is free again"
 wait_until 10 "the pass comes" eval '(($(passes) > before))'
 expect_listed all "203.0.113.30 1-1: short.example.org" "203.0.113.40 1-1: long.example.org"
@@ -80,5 +87,3 @@ expect_listed all "203.0.113.30 1-1: short.example.org" "203.0.113.40 1-1: long.
 timed_unload
 figure "starved for $starved seconds; the next pass came $took seconds after the late one;" \
 	"unloaded in $slowest_unload us"
-chrt -o -p 0 $$
-echo 950000 >/proc/sys/kernel/sched_rt_runtime_us
