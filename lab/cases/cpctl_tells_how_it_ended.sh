@@ -28,6 +28,9 @@ hold_device() {
 step "without the module"
 ends_with 3 "there is no such device: load the module" cpctl gateway show
 ends_with 1 "no wireless interface" cpctl interface show wlan-1-9
+ends_with 3 "standard input cannot be read: Is a directory" cpctl -b - </
+ends_with 3 "there is no standard input" cpctl -b - <&-
+ends_with 0 "" cpctl -b - </dev/null
 
 step "clients come and go"
 load_module
@@ -123,8 +126,11 @@ ends_with 0 "gateway 192.0.2.254" as_member gateway show
 ends_with 0 "" as_member client add login 02:00:5e:10:00:02 wlan-1-1
 ends_with 0 "" as_member client del login 02:00:5e:10:00:02 wlan-1-1
 ends_with 0 "" as_member garden replace wlan-1-2 on a.example
-echo "client add login 02:00:5e:10:00:02 wlan-1-1" >"$CASE_DIR/commands"
-chmod 0644 "$CASE_DIR/commands"
+for verb in add del; do
+	echo "client $verb login 02:00:5e:10:00:02 wlan-1-1" >"$CASE_DIR/$verb"
+	ends_with 0 "" as_member -b "$CASE_DIR/$verb"
+done
+printf 'client add login 02:00:5e:10:00:%s wlan-1-1\n' 02 03 >"$CASE_DIR/commands"
 for words in status metrics "explain dev wlan-1-1 from 02:00:5e:10:00:02 arp" "cache show" save \
 	"garden add wlan-1-2 b.example" "garden del wlan-1-2 a.example" "garden check" "garden show mirel" \
 	"-b $CASE_DIR/commands"; do

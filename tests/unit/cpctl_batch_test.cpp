@@ -181,6 +181,32 @@ TEST_F(CpctlBatch, AClientThatTheModuleDroppedIsFound)
 	EXPECT_EQ(lines_of("clients"), 2U);
 }
 
+TEST_F(CpctlBatch, AClientBetweenOtherCommandsThatTheModuleDroppedIsFound)
+{
+	machine.memory.fail_allocation(3);
+	EXPECT_EQ(batch("gateway set 192.0.2.1\nclient add login 02:00:5e:10:00:01 wlan-1-1\ngateway set 192.0.2.2\n"),
+		  2);
+	EXPECT_EQ(err,
+		  "cpctl: standard input:2: 02:00:5e:10:00:01 is not in login of wlan-1-1 though the module took the "
+		  "command: see the kernel log (dmesg)\n"
+		  "cpctl: stopped there: 1 of 3 commands were not tried, the first of them at standard input:3\n");
+	EXPECT_EQ(lines_of("clients"), 0U);
+}
+
+// Whoever may open the device need not be allowed to read the status files.
+TEST_F(CpctlBatch, OnlyClientsNextToOneAnotherNeedTheStatusFile)
+{
+	status_files_are_readable = false;
+	EXPECT_EQ(batch("client add login 02:00:5e:10:00:01 wlan-1-1\n"), 0);
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(batch("client del login 02:00:5e:10:00:01 wlan-1-1\ngateway set 192.0.2.1\n"), 0);
+	EXPECT_EQ(err, "");
+	EXPECT_EQ(batch("client add login 02:00:5e:10:00:01 wlan-1-1\nclient add login 02:00:5e:10:00:02 wlan-1-1\n"),
+		  3);
+	EXPECT_EQ(err, "cpctl: from standard input:1 on: clients: permission denied\n");
+	EXPECT_EQ(lines_of("clients"), 0U);
+}
+
 TEST_F(CpctlBatch, ManyClientsNeedOneCallEach)
 {
 	constexpr size_t clients = 2000;

@@ -313,6 +313,24 @@ TEST_F(CpctlConfiguration, AFailureHalfWaySaysWhereAndARepeatDoesTheRest)
 	EXPECT_EQ(changes(wanted), "");
 }
 
+// One client alone, not among others that come or go with it.
+TEST_F(CpctlConfiguration, ALoneClientComesAndGoes)
+{
+	const std::string one =
+		whole("debug 2\nclient add login 02:00:5e:10:00:01 wlan-1-1\ninterface set wlan-1-1 mode on\n");
+	EXPECT_EQ(restore(one), 0) << err;
+	EXPECT_EQ(machine.status_text("clients"), "client table=login mac=02:00:5e:10:00:01 interface=wlan-1-1\n");
+	EXPECT_EQ(restore(whole("")), 0) << err;
+	EXPECT_EQ(machine.status_text("clients"), "");
+	// Of the commands' records and what they store, the third is the client's entry.
+	machine.memory.fail_allocation(3);
+	EXPECT_EQ(restore(one), 2);
+	EXPECT_NE(err.find("client add login 02:00:5e:10:00:01 wlan-1-1: 02:00:5e:10:00:01 is not in login of wlan-1-1 "
+			   "though the module took the command"),
+		  std::string::npos)
+		<< err;
+}
+
 TEST_F(CpctlConfiguration, WhatNoCommandSetsIsToldAndLeftOut)
 {
 	wg_cmd garden = {};

@@ -24,8 +24,9 @@ protected:
 	// The status file, with these pairs in the line of a row.
 	void tell_row(uint32_t row, const std::string &pairs)
 	{
-		status_files["status"] = "module format=1\ninterface index=9 name=wlan-2-2 " + pairs +
-					 "\ninterface index=" + std::to_string(row) + " " + pairs + "\n";
+		status_files["status"] = "module format=1\ninterface index=9 name=wlan-2-2 mode=99 block_https=99 "
+					 "logout=192.0.2.99 walled_garden=99 garden=99\ninterface index=" +
+					 std::to_string(row) + " " + pairs + "\n";
 	}
 
 	// As the module: mark, mode, walled garden, block_https, ap.
