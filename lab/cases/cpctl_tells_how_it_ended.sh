@@ -29,7 +29,7 @@ step "without the module"
 ends_with 3 "there is no such device: load the module" cpctl gateway show
 ends_with 1 "no wireless interface" cpctl interface show wlan-1-9
 ends_with 3 "standard input cannot be read: Is a directory" cpctl -b - </
-ends_with 3 "there is no standard input" cpctl -b - <&-
+ends_with 3 "there is no standard input" sh -c 'exec /payload/bin/cpctl -b - <&-'
 ends_with 0 "" cpctl -b - </dev/null
 
 step "clients come and go"
